@@ -1,0 +1,113 @@
+#pragma once
+
+#include <tarvik/Errors.h>
+#include <tarvik/TarvikConstants.h>
+#include <tarvik/TarvikDelegate.h>
+#include <tarvik/Value.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace tarvik {
+
+// The SDK's one public class: start it once, early, on the main thread.
+//
+//     tarvik::Tarvik::startWithAPIKey("your-key", tarvik::TarvikProcessTypeShake, false);
+//
+// A missing key (std::nullopt) throws ParameterAssertionError; an empty key is accepted.
+class Tarvik {
+public:
+    // The process-wide instance, created on first use from any thread.
+    static Tarvik& sharedInstance();
+
+    static Tarvik& startWithAPIKey(const std::optional<std::string>& apiKey);
+    static Tarvik& startWithAPIKey(const std::optional<std::string>& apiKey,
+                                   TarvikProcessType processType);
+    static Tarvik& startWithAPIKey(const std::optional<std::string>& apiKey,
+                                   TarvikProcessType processType, bool debug);
+
+    Tarvik(const Tarvik&) = delete;
+    Tarvik& operator=(const Tarvik&) = delete;
+
+    // Stores the type and arms the matching report trigger.
+    void setProcessType(TarvikProcessType processType);
+    TarvikProcessType processType() const { return processType_.load(); }
+
+    // Opens the reporter; only in the manual process type.
+    void presentReportIssueController();
+    void launchIssueSubmission();
+
+    // The SDK's version, read from its own bundle; none when the bundle has none.
+    std::optional<std::string> version() const;
+    void setVersion(std::optional<std::string> version);
+
+    // Creates the SDK's folders and empties those that must not survive a start.
+    void configureDirectories();
+
+    std::optional<std::string> apiKey() const;
+    void setApiKey(std::optional<std::string> apiKey);
+    bool debug() const { return debug_.load(); }
+    void setDebug(bool debug) { debug_.store(debug); }
+    bool collectUserDefaults() const { return collectUserDefaults_.load(); }
+    void setCollectUserDefaults(bool collect) { collectUserDefaults_.store(collect); }
+    bool saveUserLocation() const { return saveUserLocation_.load(); }
+    void setSaveUserLocation(bool save) { saveUserLocation_.store(save); }
+    std::weak_ptr<TarvikDelegate> delegate() const;
+    void setDelegate(std::weak_ptr<TarvikDelegate> delegate);
+
+    // Session state: copies, safe to read from any thread.
+    Dictionary userProperties() const;
+    Dictionary metadata() const;
+    std::optional<std::string> userComments() const;
+    std::set<std::string> attachments() const;
+    Dictionary userTimestampsDictionary() const;
+    Dictionary userElapsedTimesDictionary() const;
+    double tarvikStartDate() const;
+    double sessionLength() const;
+    double totalTimeInSubmissionDialog() const;
+    double submissionDialogStartDate() const;
+    bool didShowInstructionView() const;
+
+private:
+    Tarvik();
+    void registerObservers();
+
+    std::atomic<bool> debug_{false};
+    std::atomic<bool> collectUserDefaults_{true};
+    std::atomic<bool> saveUserLocation_{true};
+    std::atomic<TarvikProcessType> processType_{TarvikProcessTypeShake};
+
+    mutable std::mutex mutex_;  // guards everything below
+    std::optional<std::string> apiKey_;
+    std::optional<std::string> version_;
+    std::weak_ptr<TarvikDelegate> delegate_;
+    Dictionary userProperties_;
+    Dictionary metadata_;
+    std::optional<std::string> userComments_;
+    std::set<std::string> attachments_;
+    Dictionary userTimestampsDictionary_;
+    Dictionary userElapsedTimesDictionary_;
+    double tarvikStartDate_ = 0;
+    double sessionLength_ = 0;
+    double totalTimeInSubmissionDialog_ = 0;
+    double submissionDialogStartDate_ = 0;
+    bool didShowInstructionView_ = false;
+};
+
+// Zero-initialised anchors, one per category of the SDK, kept only so that a static linker
+// keeps the categories; they carry no behaviour.
+extern void* TarvikLibUiDeviceCategory;
+extern void* TarvikLibUiApplicationCategory;
+extern void* TarvikLibUiViewControllerCategory;
+extern void* TarvikLibUIImageCategory;
+extern void* TarvikLibUIColorCategory;
+extern void* TarvikLibNSBundleCategory;
+extern void* TarvikLibNSStringCategory;
+extern void* TarvikLibNSDateCategory;
+void importCategories();
+
+}  // namespace tarvik

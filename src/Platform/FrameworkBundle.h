@@ -1,0 +1,13 @@
+#pragma once
+
+#include "Platform/Bundle.h"
+
+namespace tarvik {
+
+// The SDK's own bundle: its version comes from the build, its resources from `resourcePath`.
+Bundle makeFrameworkBundle(const std::string& resourcePath);
+
+// Where the SDK's resources are: $TARVIK_RESOURCES_DIR, else the source tree's Resources.
+std::string defaultResourcesDirectory();
+
+}  // namespace tarvik

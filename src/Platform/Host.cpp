@@ -1,0 +1,15 @@
+#include <tarvik/Host.h>
+
+#include "Platform/Runtime.h"
+
+namespace tarvik {
+
+void runMainLoop(double seconds, const std::function<bool()>& done) {
+    Runtime::current().platform().runMainLoop(seconds, done ? done : [] { return false; });
+}
+
+void setMainBundleInfo(Dictionary info) {
+    Runtime::current().platform().setMainBundleInfo(std::move(info));
+}
+
+}  // namespace tarvik

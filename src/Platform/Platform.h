@@ -1,0 +1,46 @@
+#pragma once
+
+#include "Platform/Bundle.h"
+#include "Platform/Clock.h"
+#include "Platform/Console.h"
+#include "Platform/DispatchQueue.h"
+#include "Platform/Folders.h"
+#include "Platform/MainQueue.h"
+#include "Platform/UserDefaultsStore.h"
+
+#include <functional>
+#include <memory>
+
+namespace tarvik {
+
+// What the operating system supplies to the SDK. One implementation per platform (Linux,
+// Testing, later iOS); the core never asks which one it runs on.
+class Platform {
+public:
+    virtual ~Platform() = default;
+
+    virtual Clock& clock() = 0;
+    virtual MainQueue& mainQueue() = 0;
+    virtual DispatchQueue& globalQueue() = 0;
+    virtual Folders& folders() = 0;
+    virtual UserDefaultsStore& userDefaults() = 0;
+    virtual Console& console() = 0;
+
+    // The host application's bundle and the SDK's own.
+    virtual Bundle mainBundle() const = 0;
+    virtual Bundle frameworkBundle() const = 0;
+    // Information a host without a bundle of its own supplies before it starts the SDK.
+    virtual void setMainBundleInfo(Dictionary info) = 0;
+
+    // Runs the main queue on the calling thread for up to `seconds` (of the platform's own
+    // time), returning early once `done` answers true.
+    virtual void runMainLoop(double seconds, const std::function<bool()>& done) = 0;
+
+    // Stops background work before the runtime destroys the SDK's objects.
+    virtual void shutDown() = 0;
+};
+
+// The platform a process gets when it starts the SDK without making a runtime of its own.
+std::unique_ptr<Platform> makeDefaultPlatform();
+
+}  // namespace tarvik

@@ -1,0 +1,120 @@
+#include "Platform/Testing/TestingPlatform.h"
+
+#include "Platform/FrameworkBundle.h"
+
+namespace tarvik::testing {
+
+Date VirtualClock::now() const {
+    std::lock_guard lock(mutex_);
+    return now_;
+}
+
+double VirtualClock::mediaTime() const {
+    std::lock_guard lock(mutex_);
+    return mediaTime_;
+}
+
+void VirtualClock::advance(double seconds) {
+    std::lock_guard lock(mutex_);
+    now_ += std::chrono::duration_cast<Date::duration>(std::chrono::duration<double>(seconds));
+    mediaTime_ += seconds;
+}
+
+void VirtualClock::setNow(Date date) {
+    std::lock_guard lock(mutex_);
+    now_ = date;
+}
+
+std::optional<Dictionary> MemoryDefaultsStore::persistentDomainForName(
+    const std::string& name) const {
+    std::lock_guard lock(mutex_);
+    auto it = domains_.find(name);
+    if (it == domains_.end()) {
+        return std::nullopt;
+    }
+    return it->second;
+}
+
+void MemoryDefaultsStore::setPersistentDomain(const Dictionary& domain, const std::string& name) {
+    std::lock_guard lock(mutex_);
+    domains_[name] = domain;
+}
+
+void RecordingConsole::writeLine(const std::string& text) {
+    std::lock_guard lock(mutex_);
+    lines_.push_back(text);
+}
+
+std::vector<std::string> RecordingConsole::lines() const {
+    std::lock_guard lock(mutex_);
+    return lines_;
+}
+
+void RecordingConsole::clear() {
+    std::lock_guard lock(mutex_);
+    lines_.clear();
+}
+
+TestingPlatform::TestingPlatform(std::string root)
+    : root_(std::move(root)),
+      runLoop_(clock_),
+      globalQueue_(std::make_unique<ThreadPool>(2)),
+      folders_(root_),
+      mainBundleInfo_{{"CFBundleIdentifier", "com.example.host"},
+                      {"CFBundleName", "Host"},
+                      {"CFBundleExecutable", "Host"},
+                      {"CFBundleShortVersionString", "2.5"},
+                      {"CFBundleVersion", "250"}} {}
+
+Bundle TestingPlatform::mainBundle() const {
+    std::lock_guard lock(bundleMutex_);
+    return Bundle(root_ + "/Host.app", mainBundleInfo_, root_ + "/Host.app");
+}
+
+Bundle TestingPlatform::frameworkBundle() const {
+    return makeFrameworkBundle(defaultResourcesDirectory());
+}
+
+void TestingPlatform::setMainBundleInfo(Dictionary info) {
+    std::lock_guard lock(bundleMutex_);
+    mainBundleInfo_ = std::move(info);
+}
+
+void TestingPlatform::drain() {
+    // Bounded so that a task that keeps queueing itself fails the test instead of hanging it.
+    for (int pass = 0; pass < 100000; ++pass) {
+        globalQueue_->waitUntilIdle();
+        if (!runLoop_.runDueWork() && !runLoop_.hasQueuedTasks()) {
+            globalQueue_->waitUntilIdle();
+            if (!runLoop_.hasQueuedTasks()) {
+                return;
+            }
+        }
+    }
+}
+
+void TestingPlatform::advance(double seconds) {
+    double target = clock_.mediaTime() + seconds;
+    drain();
+    for (;;) {
+        std::optional<double> next = runLoop_.nextTimerDue();
+        if (!next || *next > target) {
+            break;
+        }
+        clock_.advance(std::max(0.0, *next - clock_.mediaTime()));
+        drain();
+    }
+    clock_.advance(target - clock_.mediaTime());
+    drain();
+}
+
+void TestingPlatform::runMainLoop(double seconds, const std::function<bool()>& done) {
+    // Step the virtual clock in small increments so that `done` is checked as time passes.
+    double target = clock_.mediaTime() + seconds;
+    drain();
+    while (!done() && clock_.mediaTime() < target) {
+        advance(std::min(0.1, target - clock_.mediaTime()));
+    }
+}
+
+}  // namespace tarvik::testing

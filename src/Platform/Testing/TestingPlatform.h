@@ -1,0 +1,108 @@
+#pragma once
+
+#include "Platform/Platform.h"
+#include "Platform/RunLoop.h"
+#include "Platform/ThreadPool.h"
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace tarvik::testing {
+
+// A virtual clock: time moves only when a test moves it.
+class VirtualClock : public Clock {
+public:
+    Date now() const override;
+    double mediaTime() const override;
+    // Moves wall and media time forward together.
+    void advance(double seconds);
+    void setNow(Date date);
+
+private:
+    mutable std::mutex mutex_;
+    // 2026-01-02T03:04:05Z, an arbitrary fixed start so that dates in tests are reproducible.
+    Date now_ = Date(std::chrono::seconds(1767323045));
+    double mediaTime_ = 1000.0;
+};
+
+class FolderTree : public Folders {
+public:
+    explicit FolderTree(std::string root) : root_(std::move(root)) {}
+    std::string cachesDirectory() const override { return root_ + "/Library/Caches"; }
+    std::string applicationSupportDirectory() const override {
+        return root_ + "/Library/Application Support";
+    }
+    std::string documentsDirectory() const override { return root_ + "/Documents"; }
+    std::string temporaryDirectory() const override { return root_ + "/tmp"; }
+
+private:
+    std::string root_;
+};
+
+class MemoryDefaultsStore : public UserDefaultsStore {
+public:
+    std::optional<Dictionary> persistentDomainForName(const std::string& name) const override;
+    void setPersistentDomain(const Dictionary& domain, const std::string& name) override;
+
+private:
+    mutable std::mutex mutex_;
+    std::map<std::string, Dictionary> domains_;
+};
+
+// Keeps every console line for assertions.
+class RecordingConsole : public Console {
+public:
+    void writeLine(const std::string& text) override;
+    std::vector<std::string> lines() const;
+    void clear();
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> lines_;
+};
+
+// Deterministic fakes: a virtual clock whose advance fires due timers in order, folders inside
+// a test's own tree, defaults in memory, a recorded console and a fixed host bundle.
+class TestingPlatform : public Platform {
+public:
+    explicit TestingPlatform(std::string root);
+
+    Clock& clock() override { return clock_; }
+    MainQueue& mainQueue() override { return runLoop_; }
+    DispatchQueue& globalQueue() override { return *globalQueue_; }
+    Folders& folders() override { return folders_; }
+    UserDefaultsStore& userDefaults() override { return defaults_; }
+    Console& console() override { return console_; }
+    Bundle mainBundle() const override;
+    Bundle frameworkBundle() const override;
+    void setMainBundleInfo(Dictionary info) override;
+    void runMainLoop(double seconds, const std::function<bool()>& done) override;
+    void shutDown() override { globalQueue_.reset(); }
+
+    VirtualClock& virtualClock() { return clock_; }
+    RunLoop& runLoop() { return runLoop_; }
+    RecordingConsole& recordingConsole() { return console_; }
+    ThreadPool& threadPool() { return *globalQueue_; }
+    const std::string& root() const { return root_; }
+
+    // Runs main-queue work and waits for background work until neither has anything left.
+    void drain();
+    // Moves the virtual clock forward, firing every timer that falls due on the way at its
+    // own due time, in order.
+    void advance(double seconds);
+
+private:
+    std::string root_;
+    VirtualClock clock_;
+    RunLoop runLoop_;
+    std::unique_ptr<ThreadPool> globalQueue_;
+    FolderTree folders_;
+    MemoryDefaultsStore defaults_;
+    RecordingConsole console_;
+    mutable std::mutex bundleMutex_;
+    Dictionary mainBundleInfo_;
+};
+
+}  // namespace tarvik::testing
