@@ -5,7 +5,10 @@
 #include <tarvik/TarvikDelegate.h>
 #include <tarvik/Value.h>
 
+#include <fmt/format.h>
+
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -20,7 +23,7 @@ namespace tarvik {
 //
 // A missing key (std::nullopt) throws ParameterAssertionError; an empty key is accepted.
 class Tarvik {
-public:
+  public:
     // The process-wide instance, created on first use from any thread.
     static Tarvik& sharedInstance();
 
@@ -48,6 +51,18 @@ public:
     // Creates the SDK's folders and empties those that must not survive a start.
     void configureDirectories();
 
+    // Writes one record to the SDK's debug log, sent with every submission. `file` is the
+    // source path (only its last component is kept), `function` the function's name; levels
+    // are the host's own numbers, neither named nor filtered. TARVIK_LOG fills in the source
+    // position.
+    void logMessage(const std::string& message, std::int64_t level, const char* file,
+                    const char* function, std::int32_t line);
+    template <typename... Args>
+    void logWithLevel(std::int64_t level, const char* file, const char* function, std::int32_t line,
+                      fmt::format_string<Args...> format, Args&&... args) {
+        logMessage(fmt::format(format, std::forward<Args>(args)...), level, file, function, line);
+    }
+
     std::optional<std::string> apiKey() const;
     void setApiKey(std::optional<std::string> apiKey);
     bool debug() const { return debug_.load(); }
@@ -72,7 +87,7 @@ public:
     double submissionDialogStartDate() const;
     bool didShowInstructionView() const;
 
-private:
+  private:
     Tarvik();
     void registerObservers();
 
@@ -111,3 +126,9 @@ extern void* TarvikLibNSDateCategory;
 void importCategories();
 
 }  // namespace tarvik
+
+// Logs a formatted record to the SDK's debug log with the caller's file, function and line:
+//     TARVIK_LOG(2, "card declined for order {}", orderId);
+#define TARVIK_LOG(level, ...)                                                             \
+    ::tarvik::Tarvik::sharedInstance().logWithLevel((level), __FILE__, __func__, __LINE__, \
+                                                    __VA_ARGS__)

@@ -9,13 +9,11 @@ class Tarvik;
 // Callbacks a host may implement. Every method is optional: an unimplemented question answers
 // std::nullopt and the SDK applies its default.
 class TarvikDelegate {
-public:
+  public:
     virtual ~TarvikDelegate() = default;
 
     // Asked the first time a process type is set. Default: the instruction overlay is shown.
-    virtual std::optional<bool> tarvikShouldDisplayInstructionView(Tarvik&) {
-        return std::nullopt;
-    }
+    virtual std::optional<bool> tarvikShouldDisplayInstructionView(Tarvik&) { return std::nullopt; }
     // Asked after an issue report was handed over for sending. Default: the confirmation is
     // shown.
     virtual std::optional<bool> tarvikShouldDisplayConfirmationMessage(Tarvik&) {

@@ -24,7 +24,7 @@ using Dictionary = std::map<std::string, Value>;
 // dictionary. Booleans and integers are distinct kinds and never turn into each other when
 // converted to and from property lists or JSON.
 class Value {
-public:
+  public:
     enum class Type { Null, Bool, Integer, Real, String, Date, Data, Array, Dictionary };
 
     Value() = default;
@@ -87,7 +87,7 @@ public:
 
     friend bool operator==(const Value& a, const Value& b) { return a.storage_ == b.storage_; }
 
-private:
+  private:
     std::variant<std::monostate, bool, std::int64_t, double, std::string, tarvik::Date,
                  tarvik::Data, tarvik::Array, tarvik::Dictionary>
         storage_;

@@ -4,6 +4,8 @@
 
 namespace tarvik {
 
-Bundle tarvik_frameworkBundle() { return Runtime::current().platform().frameworkBundle(); }
+Bundle tarvik_frameworkBundle() {
+    return Runtime::current().platform().frameworkBundle();
+}
 
 }  // namespace tarvik

@@ -8,7 +8,9 @@ std::string TVKDirectoryLayout::cacheFolderPath() {
     return Runtime::current().folders().cachesDirectory() + "/com.tarvikhq.cache";
 }
 
-std::string TVKDirectoryLayout::tempLogsDirectory() { return cacheFolderPath() + "/temp_logs"; }
+std::string TVKDirectoryLayout::tempLogsDirectory() {
+    return cacheFolderPath() + "/temp_logs";
+}
 
 std::string TVKDirectoryLayout::typeFolderPath(Kind kind) {
     return cacheFolderPath() + (kind == Kind::Issues ? "/issues" : "/events");
@@ -16,9 +18,12 @@ std::string TVKDirectoryLayout::typeFolderPath(Kind kind) {
 
 std::string TVKDirectoryLayout::statusFolderName(Status status) {
     switch (status) {
-        case Status::Processing: return "Processing";
-        case Status::Queued: return "Queued";
-        case Status::Sent: return "Sent";
+        case Status::Processing:
+            return "Processing";
+        case Status::Queued:
+            return "Queued";
+        case Status::Sent:
+            return "Sent";
     }
     return "Processing";
 }
@@ -31,6 +36,8 @@ std::string TVKDirectoryLayout::settingsFolderPath() {
     return Runtime::current().folders().applicationSupportDirectory() + "/com.tarvikhq";
 }
 
-std::string TVKDirectoryLayout::settingsFilePath() { return settingsFolderPath() + "/config.plist"; }
+std::string TVKDirectoryLayout::settingsFilePath() {
+    return settingsFolderPath() + "/config.plist";
+}
 
 }  // namespace tarvik

@@ -10,7 +10,7 @@ namespace tarvik {
 //   <caches>/com.tarvikhq.cache/{issues,events}/{Processing,Queued,Sent}/<uuid>
 //   <application support>/com.tarvikhq/config.plist            the settings
 class TVKDirectoryLayout {
-public:
+  public:
     enum class Kind { Issues, Events };
     enum class Status { Processing = 0, Queued = 1, Sent = 2 };
 

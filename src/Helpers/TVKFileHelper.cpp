@@ -11,7 +11,9 @@
 #include <fmt/format.h>
 #include <tarvik/TarvikConstants.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -31,7 +33,7 @@ constexpr size_t kChunkSize = 1024;
 
 // A descriptor closed when it goes out of scope.
 class FileDescriptor {
-public:
+  public:
     explicit FileDescriptor(int fd) : fd_(fd) {}
     ~FileDescriptor() {
         if (fd_ >= 0) {
@@ -44,7 +46,7 @@ public:
     int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
 
-private:
+  private:
     int fd_;
 };
 
@@ -54,12 +56,12 @@ std::string describe(const std::error_code& error) {
 }
 
 bool existsFollowingLinks(const std::string& path) {
-    struct stat info{};
+    struct stat info {};
     return ::stat(path.c_str(), &info) == 0;
 }
 
 bool existsWithoutFollowingLinks(const std::string& path) {
-    struct stat info{};
+    struct stat info {};
     return ::lstat(path.c_str(), &info) == 0;
 }
 
@@ -78,42 +80,75 @@ bool writeAll(int fd, const char* bytes, size_t length) {
     return true;
 }
 
-// Opens a regular file for reading; directories and other kinds are refused.
+// Opens a regular file for reading. A folder, a file without read permission and any other
+// kind of item are refused, so every reader fails on them as it does on a missing file.
+// O_NONBLOCK keeps a named pipe from blocking the open until a writer appears.
 FileDescriptor openRegularFileForReading(const std::string& path) {
-    FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat info{};
+    FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat info {};
     if (!fd || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
         return FileDescriptor(-1);
     }
     return fd;
 }
 
-std::optional<Date> birthTime(const std::string& path) {
-    struct statx info{};
-    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME | STATX_MTIME, &info) !=
-        0) {
-        return std::nullopt;
-    }
-    // File systems without a birth time give the modification time instead.
-    const struct statx_timestamp& stamp =
-        (info.stx_mask & STATX_BTIME) ? info.stx_btime : info.stx_mtime;
-    return Date(std::chrono::duration_cast<Date::duration>(std::chrono::seconds(stamp.tv_sec) +
-                                                           std::chrono::nanoseconds(stamp.tv_nsec)));
+Date toDate(const struct statx_timestamp& stamp) {
+    return Date(std::chrono::duration_cast<Date::duration>(
+        std::chrono::seconds(stamp.tv_sec) + std::chrono::nanoseconds(stamp.tv_nsec)));
 }
 
-Date toDate(const struct timespec& stamp) {
-    return Date(std::chrono::duration_cast<Date::duration>(std::chrono::seconds(stamp.tv_sec) +
-                                                           std::chrono::nanoseconds(stamp.tv_nsec)));
+bool readAll(int fd, std::string& text) {
+    std::array<char, 65536> buffer{};
+    for (;;) {
+        ssize_t n = ::read(fd, buffer.data(), buffer.size());
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return n == 0;
+        }
+        text.append(buffer.data(), static_cast<size_t>(n));
+    }
 }
 
 std::string fileTypeName(mode_t mode) {
-    if (S_ISREG(mode)) return "NSFileTypeRegular";
-    if (S_ISDIR(mode)) return "NSFileTypeDirectory";
-    if (S_ISLNK(mode)) return "NSFileTypeSymbolicLink";
-    if (S_ISCHR(mode)) return "NSFileTypeCharacterSpecial";
-    if (S_ISBLK(mode)) return "NSFileTypeBlockSpecial";
-    if (S_ISSOCK(mode)) return "NSFileTypeSocket";
-    return "NSFileTypeUnknown";
+    switch (mode & S_IFMT) {
+        case S_IFREG:
+            return "NSFileTypeRegular";
+        case S_IFDIR:
+            return "NSFileTypeDirectory";
+        case S_IFLNK:
+            return "NSFileTypeSymbolicLink";
+        case S_IFCHR:
+            return "NSFileTypeCharacterSpecial";
+        case S_IFBLK:
+            return "NSFileTypeBlockSpecial";
+        case S_IFSOCK:
+            return "NSFileTypeSocket";
+        default:
+            return "NSFileTypeUnknown";
+    }
+}
+
+// Reads the file's first `length` bytes (its size when the copy began) in 1024-byte chunks,
+// so that large files never have to fit in memory, and hands each chunk on. Reading stops at
+// that length, so a file appended to itself (or one still growing) contributes exactly the
+// bytes it had at the start; it also stops early when the file shrank or `consume` refuses.
+template <class Consume>
+void readInChunks(int fd, std::uint64_t length, Consume&& consume) {
+    std::array<char, kChunkSize> buffer{};
+    for (std::uint64_t offset = 0; offset < length; offset += kChunkSize) {
+        auto wanted = static_cast<size_t>(std::min<std::uint64_t>(kChunkSize, length - offset));
+        ssize_t n = ::pread(fd, buffer.data(), wanted, static_cast<off_t>(offset));
+        if (n <= 0 || !consume(buffer.data(), static_cast<size_t>(n))) {
+            return;
+        }
+    }
+}
+
+std::uint64_t sizeOf(int fd) {
+    struct stat info {};
+    return ::fstat(fd, &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
 }
 
 // Depth-first, each folder listed before its contents. A folder that cannot be read is
@@ -123,9 +158,9 @@ void enumerate(const std::string& folder, const std::string& root,
     std::error_code error;
     fs::directory_iterator it(folder, error);
     if (error) {
-        logToConsoleIfDebug(fmt::format(
-            "Tarvik Error -- FAILED to get files in folder at path: {} \n {}", root,
-            describe(error)));
+        logToConsoleIfDebug(
+            fmt::format("Tarvik Error -- FAILED to get files in folder at path: {} \n {}", root,
+                        describe(error)));
         return;
     }
     for (; it != fs::directory_iterator(); it.increment(error)) {
@@ -137,9 +172,9 @@ void enumerate(const std::string& folder, const std::string& root,
         }
     }
     if (error) {
-        logToConsoleIfDebug(fmt::format(
-            "Tarvik Error -- FAILED to get files in folder at path: {} \n {}", root,
-            describe(error)));
+        logToConsoleIfDebug(
+            fmt::format("Tarvik Error -- FAILED to get files in folder at path: {} \n {}", root,
+                        describe(error)));
     }
 }
 
@@ -188,8 +223,8 @@ void TVKFileHelper::removeFileAtPath(const std::string& path) {
     std::error_code error;
     fs::remove_all(path, error);
     if (error) {
-        logToConsoleIfDebug(fmt::format("Tarvik Error -- FAILED to remove file: {} \n {}", path,
-                                        describe(error)));
+        logToConsoleIfDebug(
+            fmt::format("Tarvik Error -- FAILED to remove file: {} \n {}", path, describe(error)));
     }
 }
 
@@ -199,13 +234,10 @@ bool TVKFileHelper::copyFileFromPath(const std::string& sourcePath, const std::s
         return false;
     }
     removeFileAtPath(destination);
+    // A folder is copied with everything in it; symbolic links are copied as links.
     std::error_code error;
-    if (!existsWithoutFollowingLinks(sourcePath)) {
-        error = std::make_error_code(std::errc::no_such_file_or_directory);
-    } else {
-        fs::copy(sourcePath, destination, fs::copy_options::recursive | fs::copy_options::copy_symlinks,
-                 error);
-    }
+    fs::copy(sourcePath, destination, fs::copy_options::recursive | fs::copy_options::copy_symlinks,
+             error);
     if (error) {
         logToConsoleIfDebug(
             fmt::format("Tarvik Error -- FAILED to copy file: {} \n into folder : {} \n {}",
@@ -229,7 +261,7 @@ void TVKFileHelper::clearFileAtPath(const std::string& path) {
 }
 
 std::optional<Dictionary> TVKFileHelper::attributesOfFileSystemForPath(const std::string& path) {
-    struct statvfs info{};
+    struct statvfs info {};
     if (::statvfs(path.c_str(), &info) != 0) {
         std::error_code error(errno, std::generic_category());
         logToConsoleIfDebug(fmt::format(
@@ -249,22 +281,25 @@ std::optional<Dictionary> TVKFileHelper::attributesOfFileSystemForPath(const std
 }
 
 std::optional<Dictionary> TVKFileHelper::attributesOfItemAtPath(const std::string& path) {
-    struct stat info{};
-    if (::lstat(path.c_str(), &info) != 0) {
+    struct statx info {};
+    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME,
+                &info) != 0) {
         std::error_code error(errno, std::generic_category());
         logToConsoleIfDebug(
             fmt::format("Tarvik Error -- FAILED to get attributes of ITEM at path: {} \n {}", path,
                         describe(error)));
         return std::nullopt;
     }
-    Date modified = toDate(info.st_mtim);
+    Date modified = toDate(info.stx_mtime);
+    // File systems that keep no birth time give the modification time as the creation date.
+    Date created = (info.stx_mask & STATX_BTIME) ? toDate(info.stx_btime) : modified;
     return Dictionary{
-        {"NSFileSize", static_cast<std::int64_t>(info.st_size)},
-        {"NSFileType", fileTypeName(info.st_mode)},
-        {"NSFileCreationDate", birthTime(path).value_or(modified)},
+        {"NSFileSize", static_cast<std::int64_t>(info.stx_size)},
+        {"NSFileType", fileTypeName(info.stx_mode)},
+        {"NSFileCreationDate", created},
         {"NSFileModificationDate", modified},
-        {"NSFilePosixPermissions", static_cast<std::int64_t>(info.st_mode & 07777)},
-        {"NSFileReferenceCount", static_cast<std::int64_t>(info.st_nlink)},
+        {"NSFilePosixPermissions", static_cast<std::int64_t>(info.stx_mode & 07777)},
+        {"NSFileReferenceCount", static_cast<std::int64_t>(info.stx_nlink)},
     };
 }
 
@@ -288,8 +323,8 @@ std::uint64_t TVKFileHelper::sizeOfFileAtPath(const std::string& path) {
 bool TVKFileHelper::fileSizeTooBig(const std::string& fileURL) {
     FileDescriptor fd = openRegularFileForReading(fileURL);
     if (!fd) {
-        logToConsoleIfDebug(fmt::format(
-            "Tarvik Error - FAILED to get filehandle for file at path : {}", fileURL));
+        logToConsoleIfDebug(
+            fmt::format("Tarvik Error - FAILED to get filehandle for file at path : {}", fileURL));
         return true;
     }
     auto size = static_cast<std::uint64_t>(::lseek(fd.get(), 0, SEEK_END));
@@ -320,43 +355,24 @@ bool TVKFileHelper::zipFileAtPath(const std::string& sourcePath, const std::stri
             fmt::format("Tarvik Error -- Nil fileReader, FAILED to zip file: {}", sourcePath));
         return false;
     }
-    struct stat info{};
-    ::fstat(source.get(), &info);
-    auto length = static_cast<std::uint64_t>(info.st_size);
-
     Tarvik_ZipFile archive(archivePath, Tarvik_ZipFileModeCreate);
     std::unique_ptr<Tarvik_ZipWriteStream> entry =
         archive.writeFileInZipWithName(lastPathComponent(sourcePath), 9);
-    std::array<char, kChunkSize> buffer{};
-    for (std::uint64_t offset = 0; offset < length; offset += kChunkSize) {
-        ssize_t n = ::pread(source.get(), buffer.data(), buffer.size(), static_cast<off_t>(offset));
-        if (n <= 0) {
-            break;  // the file shrank while it was being read
-        }
-        entry->writeBytes(buffer.data(), static_cast<std::uint32_t>(n));
-    }
+    readInChunks(source.get(), sizeOf(source.get()), [&](const char* bytes, size_t length) {
+        entry->writeBytes(bytes, static_cast<std::uint32_t>(length));
+        return true;
+    });
     entry->finishedWriting();
     archive.close();
     return true;
 }
 
 std::optional<std::string> TVKFileHelper::stringWithContentsOfFileAtPath(const std::string& path) {
+    // Content that is not valid UTF-8 is refused as a whole, never passed on with its bad
+    // bytes replaced: the caller gets none, as for a file it cannot read.
     FileDescriptor fd = openRegularFileForReading(path);
     std::string text;
-    bool readable = static_cast<bool>(fd);
-    std::array<char, 65536> buffer{};
-    while (readable) {
-        ssize_t n = ::read(fd.get(), buffer.data(), buffer.size());
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            readable = n == 0;
-            break;
-        }
-        text.append(buffer.data(), static_cast<size_t>(n));
-    }
-    if (!readable || !isValidUtf8(text)) {
+    if (!fd || !readAll(fd.get(), text) || !isValidUtf8(text)) {
         logToConsoleIfDebug(
             fmt::format("Tarvik Error -- FAILED to read into string file at path : {}", path));
         return std::nullopt;
@@ -374,6 +390,8 @@ bool TVKFileHelper::writeString(const std::string& string, const std::string& pa
 }
 
 bool TVKFileHelper::appendString(const std::string& string, const std::string& path) {
+    // Whatever cannot be opened for writing is written afresh instead: a missing file is
+    // created; a folder at the path cannot be replaced, so that gives false.
     FileDescriptor fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
     if (!fd) {
         return writeString(string, path);
@@ -396,20 +414,16 @@ bool TVKFileHelper::appendFileAtPath(const std::string& sourcePath, const std::s
     // No target: the bytes go nowhere and the append still counts as done. O_APPEND puts every
     // write at the end of the file, however it grew in between.
     FileDescriptor target(::open(targetPath.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
-    struct stat info{};
-    ::fstat(source.get(), &info);
-    auto length = static_cast<std::uint64_t>(info.st_size);
-    std::array<char, kChunkSize> buffer{};
-    for (std::uint64_t offset = 0; offset < length && target; offset += kChunkSize) {
-        ssize_t n = ::pread(source.get(), buffer.data(), buffer.size(), static_cast<off_t>(offset));
-        if (n <= 0 || !writeAll(target.get(), buffer.data(), static_cast<size_t>(n))) {
-            break;
-        }
+    if (target) {
+        readInChunks(source.get(), sizeOf(source.get()), [&](const char* bytes, size_t length) {
+            return writeAll(target.get(), bytes, length);
+        });
     }
     return true;
 }
 
 void TVKFileHelper::writeDictionary(const Dictionary& dictionary, const std::string& path) {
+    // A dictionary JSON cannot carry (dates, data, non-finite numbers) leaves the file as it was.
     std::optional<std::string> text = json::compactText(Value(dictionary));
     std::error_code error;
     if (!text) {
@@ -421,8 +435,8 @@ void TVKFileHelper::writeDictionary(const Dictionary& dictionary, const std::str
         }
     }
     if (error) {
-        logToConsoleIfDebug(fmt::format("Tarvik Error -- FAILED to write dictionary to file: {} \n {}",
-                                        path, describe(error)));
+        logToConsoleIfDebug(fmt::format(
+            "Tarvik Error -- FAILED to write dictionary to file: {} \n {}", path, describe(error)));
     }
 }
 

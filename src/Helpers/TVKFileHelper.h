@@ -9,10 +9,10 @@
 
 namespace tarvik {
 
-// All of the SDK's file-system work. Nothing here throws: failures give false or none, and in
-// debug mode print one console line that begins "Tarvik Error -".
+// All of the SDK's file-system work. Nothing here throws: failures give false or none (or pass
+// silently where there is no result) and, in debug mode only, print one console line.
 class TVKFileHelper {
-public:
+  public:
     // Creating does nothing when anything already exists at the path. Folders are created
     // with their intermediate folders; files are not.
     static void createFileAtPath(const std::string& path);
@@ -47,10 +47,14 @@ public:
     // Packs one file into a new archive at compression level 9.
     static bool zipFileAtPath(const std::string& sourcePath, const std::string& archivePath);
 
+    // None when the path is not a readable file or its content is not valid UTF-8.
     static std::optional<std::string> stringWithContentsOfFileAtPath(const std::string& path);
+    // Replaces the file atomically: a reader sees the old contents or the new, never a mix.
     static bool writeString(const std::string& string, const std::string& path);
+    // Adds to the end of the file; a file that cannot be opened is written afresh instead.
     static bool appendString(const std::string& string, const std::string& path);
-    // Appends the source's bytes to an existing target, 1024 bytes at a time.
+    // Appends the source's bytes to an existing target, 1024 bytes at a time. A missing target
+    // receives nothing and still gives true; a source that is not a readable file gives false.
     static bool appendFileAtPath(const std::string& sourcePath, const std::string& targetPath);
     // Writes the dictionary as compact JSON, replacing the file.
     static void writeDictionary(const Dictionary& dictionary, const std::string& path);

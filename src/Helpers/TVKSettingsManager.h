@@ -13,7 +13,7 @@ namespace tarvik {
 // The SDK's own settings, kept across launches in "config.plist" in the "com.tarvikhq" folder
 // of the application support directory. Every operation acts on the process-wide instance.
 class TVKSettingsManager {
-public:
+  public:
     static std::shared_ptr<TVKSettingsManager> sharedInstance();
     static std::string tarvikSettingsPath();
 
@@ -37,7 +37,7 @@ public:
     // A copy of the settings; none when the file could not be read at creation.
     std::optional<Dictionary> tarvikSettings() const;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::optional<Dictionary> tarvikSettings_;
 };

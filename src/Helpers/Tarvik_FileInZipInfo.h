@@ -9,7 +9,7 @@ namespace tarvik {
 
 // Facts about one entry of an archive, as its header gives them.
 class Tarvik_FileInZipInfo {
-public:
+  public:
     Tarvik_FileInZipInfo(std::string name, std::uint64_t length, std::int32_t level, bool crypted,
                          std::uint64_t size, Date date, std::uint64_t crc32);
 
@@ -21,7 +21,7 @@ public:
     Date date() const { return date_; }
     std::uint64_t crc32() const { return crc32_; }
 
-private:
+  private:
     std::string name_;
     std::uint64_t length_;
     std::int32_t level_;

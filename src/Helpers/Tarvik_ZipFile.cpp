@@ -1,0 +1,316 @@
+#include "Helpers/Tarvik_ZipFile.h"
+
+#include "Platform/Runtime.h"
+#include "Platform/Utf8.h"
+
+#include <fmt/format.h>
+#include <minizip/unzip.h>
+#include <minizip/zip.h>
+
+#include <algorithm>
+#include <ctime>
+
+namespace tarvik {
+
+namespace {
+
+constexpr size_t kNameBufferSize = 512;
+
+Tarvik_ZipException unknownMode(std::int32_t mode) {
+    return Tarvik_ZipException(fmt::format("Unknown mode {}", mode));
+}
+
+// minizip's date record holds local calendar components; it makes the DOS date from them.
+zip_fileinfo entryInfoForDate(Date date) {
+    std::time_t seconds = std::chrono::system_clock::to_time_t(date);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    zip_fileinfo info{};
+    info.tmz_date.tm_sec = static_cast<uInt>(local.tm_sec);
+    info.tmz_date.tm_min = static_cast<uInt>(local.tm_min);
+    info.tmz_date.tm_hour = static_cast<uInt>(local.tm_hour);
+    info.tmz_date.tm_mday = static_cast<uInt>(local.tm_mday);
+    info.tmz_date.tm_mon = static_cast<uInt>(local.tm_mon);
+    info.tmz_date.tm_year = static_cast<uInt>(local.tm_year + 1900);
+    return info;
+}
+
+Date dateOfEntry(const tm_unz& stored) {
+    std::tm local{};
+    local.tm_sec = static_cast<int>(stored.tm_sec);
+    local.tm_min = static_cast<int>(stored.tm_min);
+    local.tm_hour = static_cast<int>(stored.tm_hour);
+    local.tm_mday = static_cast<int>(stored.tm_mday);
+    local.tm_mon = static_cast<int>(stored.tm_mon);
+    local.tm_year = static_cast<int>(stored.tm_year) - 1900;
+    local.tm_isdst = -1;  // whatever daylight saving time was in force on that day
+    return std::chrono::system_clock::from_time_t(std::mktime(&local));
+}
+
+// Zip headers do not record the level itself: deflated entries keep a hint of it in bits 1-2
+// of the general-purpose flag.
+std::int32_t levelOfEntry(const unz_file_info& info) {
+    if (info.compression_method == 0) {
+        return 0;
+    }
+    switch ((info.flag >> 1) & 3) {
+        case 0:
+            return -1;
+        case 1:
+            return 9;
+        default:
+            return 1;
+    }
+}
+
+struct CurrentEntry {
+    std::string storedName;
+    unz_file_info info;
+};
+
+CurrentEntry readCurrentEntry(unzFile handle, const std::string& archivePath) {
+    char name[kNameBufferSize];
+    unz_file_info info{};
+    int result = unzGetCurrentFileInfo(handle, &info, name, sizeof name, nullptr, 0, nullptr, 0);
+    if (result != UNZ_OK) {
+        throw Tarvik_ZipException(
+            result, fmt::format("Error in getting current file info in '{}'", archivePath));
+    }
+    // A name that fills the buffer is cut there and has no terminating zero.
+    return {std::string(name, std::min<size_t>(info.size_filename, sizeof name)), info};
+}
+
+}  // namespace
+
+Tarvik_ZipFile::Tarvik_ZipFile(std::string fileName, std::int32_t mode)
+    : fileName_(std::move(fileName)), mode_(mode) {
+    switch (mode_) {
+        case Tarvik_ZipFileModeUnzip:
+            unzFile_ = unzOpen(fileName_.c_str());
+            break;
+        case Tarvik_ZipFileModeCreate:
+            zipFile_ = zipOpen(fileName_.c_str(), APPEND_STATUS_CREATE);
+            break;
+        case Tarvik_ZipFileModeAppend:
+            zipFile_ = zipOpen(fileName_.c_str(), APPEND_STATUS_ADDINZIP);
+            break;
+        default:
+            throw unknownMode(mode_);
+    }
+    if (!unzFile_ && !zipFile_) {
+        throw Tarvik_ZipException(fmt::format("Can't open '{}'", fileName_));
+    }
+    if (mode_ == Tarvik_ZipFileModeUnzip) {
+        try {
+            indexContents();
+        } catch (...) {
+            closeQuietly();  // the destructor does not run when a constructor throws
+            throw;
+        }
+    }
+}
+
+Tarvik_ZipFile::~Tarvik_ZipFile() {
+    closeQuietly();
+}
+
+void Tarvik_ZipFile::indexContents() {
+    // An archive without entries has no first one, and its index stays empty.
+    int result = unzGoToFirstFile(unzFile_);
+    while (result == UNZ_OK) {
+        Tarvik_FileInZipInfo info = currentFileInZipInfo();
+        unz_file_pos position{};
+        if (unzGetFilePos(unzFile_, &position) == UNZ_OK && !info.name().empty()) {
+            contents_[info.name()] = {static_cast<std::int64_t>(position.pos_in_zip_directory),
+                                      static_cast<std::int64_t>(position.num_of_file)};
+        }
+        // Stops at the end of the list, and also on a damaged directory rather than loop on it.
+        result = unzGoToNextFile(unzFile_);
+    }
+}
+
+std::unique_ptr<Tarvik_ZipWriteStream> Tarvik_ZipFile::writeFileInZipWithName(
+    const std::string& name, std::int32_t compressionLevel) {
+    return openNewEntry(name, Runtime::current().clock().now(), compressionLevel, nullptr, 0);
+}
+
+std::unique_ptr<Tarvik_ZipWriteStream> Tarvik_ZipFile::writeFileInZipWithName(
+    const std::string& name, Date fileDate, std::int32_t compressionLevel) {
+    return openNewEntry(name, fileDate, compressionLevel, nullptr, 0);
+}
+
+std::unique_ptr<Tarvik_ZipWriteStream> Tarvik_ZipFile::writeFileInZipWithName(
+    const std::string& name, Date fileDate, std::int32_t compressionLevel,
+    const std::string& password, std::uint64_t crc32) {
+    return openNewEntry(name, fileDate, compressionLevel, password.c_str(), crc32);
+}
+
+std::unique_ptr<Tarvik_ZipWriteStream> Tarvik_ZipFile::openNewEntry(const std::string& name,
+                                                                    Date fileDate,
+                                                                    std::int32_t compressionLevel,
+                                                                    const char* password,
+                                                                    std::uint64_t crc32) {
+    refuseUnzipMode();
+    zip_fileinfo info = entryInfoForDate(fileDate);
+    int method = compressionLevel != 0 ? Z_DEFLATED : 0;
+    // zlib refuses levels outside its range, and minizip then leaks the entry's header: such a
+    // level fails with zlib's own error without reaching minizip.
+    int result = Z_STREAM_ERROR;
+    if (compressionLevel >= Z_DEFAULT_COMPRESSION && compressionLevel <= Z_BEST_COMPRESSION) {
+        result = zipOpenNewFileInZip3(zipFile_, name.c_str(), &info, nullptr, 0, nullptr, 0,
+                                      nullptr, method, compressionLevel, 0, -MAX_WBITS,
+                                      DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, password, crc32);
+    }
+    if (result != ZIP_OK) {
+        throw Tarvik_ZipException(result, fmt::format("Error in opening '{}' in zipfile", name));
+    }
+    return std::make_unique<Tarvik_ZipWriteStream>(zipFile_, name);
+}
+
+unsigned Tarvik_ZipFile::numFilesInZip() {
+    requireUnzipMode();
+    unz_global_info info{};
+    int result = unzGetGlobalInfo(unzFile_, &info);
+    if (result != UNZ_OK) {
+        throw Tarvik_ZipException(result,
+                                  fmt::format("Error in getting global info in '{}'", fileName_));
+    }
+    return static_cast<unsigned>(info.number_entry);
+}
+
+std::vector<Tarvik_FileInZipInfo> Tarvik_ZipFile::listFileInZipInfos() {
+    unsigned count = numFilesInZip();
+    std::vector<Tarvik_FileInZipInfo> infos;
+    if (count < 1) {
+        return infos;
+    }
+    infos.reserve(count);
+    goToFirstFileInZip();
+    for (unsigned i = 0; i < count; ++i) {
+        infos.push_back(currentFileInZipInfo());
+        if (i + 1 < count) {
+            goToNextFileInZip();
+        }
+    }
+    return infos;
+}
+
+void Tarvik_ZipFile::goToFirstFileInZip() {
+    requireUnzipMode();
+    // The one failure that is only reported: an archive without entries has no first one.
+    if (unzGoToFirstFile(unzFile_) != UNZ_OK) {
+        Runtime::current().console().writeLine(
+            fmt::format("Error in going to first file in zip in '{}'", fileName_));
+    }
+}
+
+bool Tarvik_ZipFile::goToNextFileInZip() {
+    requireUnzipMode();
+    int result = unzGoToNextFile(unzFile_);
+    if (result == UNZ_END_OF_LIST_OF_FILE) {
+        return false;
+    }
+    if (result != UNZ_OK) {
+        throw Tarvik_ZipException(
+            result, fmt::format("Error in going to next file in zip in '{}'", fileName_));
+    }
+    return true;
+}
+
+bool Tarvik_ZipFile::locateFileInZip(const std::string& fileNameInZip) {
+    requireUnzipMode();
+    auto found = contents_.find(decomposedUtf8(fileNameInZip));
+    if (found == contents_.end()) {
+        return false;
+    }
+    unz_file_pos position{static_cast<uLong>(found->second.first),
+                          static_cast<uLong>(found->second.second)};
+    int result = unzGoToFilePos(unzFile_, &position);
+    if (result == UNZ_END_OF_LIST_OF_FILE) {
+        return false;
+    }
+    if (result != UNZ_OK) {
+        throw Tarvik_ZipException(
+            result, fmt::format("Error in going to next file in zip in '{}'", fileName_));
+    }
+    return true;
+}
+
+Tarvik_FileInZipInfo Tarvik_ZipFile::currentFileInZipInfo() {
+    requireUnzipMode();
+    CurrentEntry entry = readCurrentEntry(unzFile_, fileName_);
+    const unz_file_info& info = entry.info;
+    return Tarvik_FileInZipInfo(decomposedUtf8(entry.storedName), info.uncompressed_size,
+                                levelOfEntry(info), (info.flag & 1) != 0, info.compressed_size,
+                                dateOfEntry(info.tmu_date), info.crc);
+}
+
+std::unique_ptr<Tarvik_ZipReadStream> Tarvik_ZipFile::readCurrentFileInZip() {
+    return openCurrentEntry(nullptr);
+}
+
+std::unique_ptr<Tarvik_ZipReadStream> Tarvik_ZipFile::readCurrentFileInZipWithPassword(
+    const std::string& password) {
+    return openCurrentEntry(password.c_str());
+}
+
+std::unique_ptr<Tarvik_ZipReadStream> Tarvik_ZipFile::openCurrentEntry(const char* password) {
+    requireUnzipMode();
+    int result = unzOpenCurrentFilePassword(unzFile_, password);
+    if (result != UNZ_OK) {
+        throw Tarvik_ZipException(result,
+                                  fmt::format("Error in opening current file in '{}'", fileName_));
+    }
+    try {
+        return std::make_unique<Tarvik_ZipReadStream>(
+            unzFile_, readCurrentEntry(unzFile_, fileName_).storedName);
+    } catch (...) {
+        unzCloseCurrentFile(unzFile_);
+        throw;
+    }
+}
+
+void Tarvik_ZipFile::close() {
+    int result = 0;
+    switch (mode_) {
+        case Tarvik_ZipFileModeUnzip:
+            result = unzClose(unzFile_);
+            unzFile_ = nullptr;
+            break;
+        case Tarvik_ZipFileModeCreate:
+        case Tarvik_ZipFileModeAppend:
+            result = zipClose(zipFile_, nullptr);
+            zipFile_ = nullptr;
+            break;
+        default:
+            throw unknownMode(mode_);
+    }
+    if (result != 0) {
+        throw Tarvik_ZipException(result, fmt::format("Error in closing '{}'", fileName_));
+    }
+}
+
+void Tarvik_ZipFile::requireUnzipMode() const {
+    if (mode_ != Tarvik_ZipFileModeUnzip) {
+        throw Tarvik_ZipException("Operation not permitted without Unzip mode");
+    }
+}
+
+void Tarvik_ZipFile::refuseUnzipMode() const {
+    if (mode_ == Tarvik_ZipFileModeUnzip) {
+        throw Tarvik_ZipException("Operation not permitted with Unzip mode");
+    }
+}
+
+void Tarvik_ZipFile::closeQuietly() noexcept {
+    if (unzFile_) {
+        unzClose(unzFile_);
+        unzFile_ = nullptr;
+    }
+    if (zipFile_) {
+        zipClose(zipFile_, nullptr);
+        zipFile_ = nullptr;
+    }
+}
+
+}  // namespace tarvik

@@ -22,7 +22,7 @@ inline constexpr std::int32_t Tarvik_ZipFileModeAppend = 2;  // add entries to a
 // A zip archive over minizip. Every failure throws Tarvik_ZipException. Close it with `close`;
 // an archive still open when destroyed is closed quietly, so that no handle leaks.
 class Tarvik_ZipFile {
-public:
+  public:
     Tarvik_ZipFile(std::string fileName, std::int32_t mode);
     ~Tarvik_ZipFile();
     Tarvik_ZipFile(const Tarvik_ZipFile&) = delete;
@@ -60,7 +60,16 @@ public:
         return contents_;
     }
 
-private:
+  private:
+    std::unique_ptr<Tarvik_ZipWriteStream> openNewEntry(const std::string& name, Date fileDate,
+                                                        std::int32_t compressionLevel,
+                                                        const char* password, std::uint64_t crc32);
+    std::unique_ptr<Tarvik_ZipReadStream> openCurrentEntry(const char* password);
+    void indexContents();
+    void requireUnzipMode() const;
+    void refuseUnzipMode() const;
+    void closeQuietly() noexcept;
+
     std::string fileName_;
     std::int32_t mode_;
     void* unzFile_ = nullptr;

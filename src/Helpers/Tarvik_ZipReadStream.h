@@ -9,7 +9,7 @@ namespace tarvik {
 
 // The current entry of an archive being read. Does not own the archive's handle.
 class Tarvik_ZipReadStream {
-public:
+  public:
     Tarvik_ZipReadStream(void* unzFileStruct, std::string fileNameInZip);
 
     // Up to `length` bytes of the entry; empty at its end.
@@ -18,7 +18,7 @@ public:
 
     const std::string& fileNameInZip() const { return fileNameInZip_; }
 
-private:
+  private:
     void* unzFile_;
     std::string fileNameInZip_;
 };

@@ -9,7 +9,7 @@ namespace tarvik {
 
 // A bundle: a folder with an information dictionary and resources.
 class Bundle {
-public:
+  public:
     Bundle(std::string bundlePath, Dictionary infoDictionary, std::string resourcePath)
         : bundlePath_(std::move(bundlePath)),
           infoDictionary_(std::move(infoDictionary)),
@@ -31,7 +31,7 @@ public:
         return stringForInfoKey("CFBundleIdentifier");
     }
 
-private:
+  private:
     std::string bundlePath_;
     Dictionary infoDictionary_;
     std::string resourcePath_;

@@ -6,7 +6,7 @@ namespace tarvik {
 
 // Wall time for dates, media time (monotonic seconds) for durations.
 class Clock {
-public:
+  public:
     virtual ~Clock() = default;
     virtual Date now() const = 0;
     virtual double mediaTime() const = 0;

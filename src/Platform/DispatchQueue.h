@@ -6,7 +6,7 @@ namespace tarvik {
 
 // A concurrent background queue: tasks run on worker threads, in no promised order.
 class DispatchQueue {
-public:
+  public:
     virtual ~DispatchQueue() = default;
     virtual void async(std::function<void()> task) = 0;
 };

@@ -6,7 +6,7 @@ namespace tarvik {
 
 // The user-domain folders the SDK keeps its files in. Paths carry no trailing slash.
 class Folders {
-public:
+  public:
     virtual ~Folders() = default;
     virtual std::string cachesDirectory() const = 0;
     virtual std::string applicationSupportDirectory() const = 0;

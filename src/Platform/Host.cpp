@@ -5,7 +5,8 @@
 namespace tarvik {
 
 void runMainLoop(double seconds, const std::function<bool()>& done) {
-    Runtime::current().platform().runMainLoop(seconds, done ? done : [] { return false; });
+    Runtime::current().platform().runMainLoop(
+        seconds, done ? done : [] { return false; });
 }
 
 void setMainBundleInfo(Dictionary info) {

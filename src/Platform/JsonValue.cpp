@@ -6,17 +6,22 @@ namespace tarvik::json {
 
 std::optional<nlohmann::json> toJson(const Value& value) {
     switch (value.type()) {
-        case Value::Type::Null: return nlohmann::json(nullptr);
-        case Value::Type::Bool: return nlohmann::json(*value.asBool());
-        case Value::Type::Integer: return nlohmann::json(*value.asInteger());
+        case Value::Type::Null:
+            return nlohmann::json(nullptr);
+        case Value::Type::Bool:
+            return nlohmann::json(*value.asBool());
+        case Value::Type::Integer:
+            return nlohmann::json(*value.asInteger());
         case Value::Type::Real:
             if (!std::isfinite(*value.asReal())) {
                 return std::nullopt;
             }
             return nlohmann::json(*value.asReal());
-        case Value::Type::String: return nlohmann::json(*value.asString());
+        case Value::Type::String:
+            return nlohmann::json(*value.asString());
         case Value::Type::Date:
-        case Value::Type::Data: return std::nullopt;
+        case Value::Type::Data:
+            return std::nullopt;
         case Value::Type::Array: {
             nlohmann::json array = nlohmann::json::array();
             for (const Value& item : *value.asArray()) {
@@ -46,13 +51,18 @@ std::optional<nlohmann::json> toJson(const Value& value) {
 Value fromJson(const nlohmann::json& json) {
     switch (json.type()) {
         case nlohmann::json::value_t::null:
-        case nlohmann::json::value_t::discarded: return Value();
-        case nlohmann::json::value_t::boolean: return Value(json.get<bool>());
-        case nlohmann::json::value_t::number_integer: return Value(json.get<std::int64_t>());
+        case nlohmann::json::value_t::discarded:
+            return Value();
+        case nlohmann::json::value_t::boolean:
+            return Value(json.get<bool>());
+        case nlohmann::json::value_t::number_integer:
+            return Value(json.get<std::int64_t>());
         case nlohmann::json::value_t::number_unsigned:
             return Value(static_cast<std::int64_t>(json.get<std::uint64_t>()));
-        case nlohmann::json::value_t::number_float: return Value(json.get<double>());
-        case nlohmann::json::value_t::string: return Value(json.get<std::string>());
+        case nlohmann::json::value_t::number_float:
+            return Value(json.get<double>());
+        case nlohmann::json::value_t::string:
+            return Value(json.get<std::string>());
         case nlohmann::json::value_t::binary: {
             const auto& bytes = json.get_binary();
             return Value(Data(bytes.begin(), bytes.end()));

@@ -10,17 +10,17 @@ namespace tarvik {
 
 // A scheduled timer; invalidating it stops all further fires. Safe from any thread.
 class Timer {
-public:
+  public:
     void invalidate() { valid_.store(false); }
     bool isValid() const { return valid_.load(); }
 
-private:
+  private:
     std::atomic<bool> valid_{true};
 };
 
 // The main thread's queue: all of the SDK's interface work and its timers run here.
 class MainQueue {
-public:
+  public:
     using Task = std::function<void()>;
 
     virtual ~MainQueue() = default;

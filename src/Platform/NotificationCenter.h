@@ -21,7 +21,7 @@ struct Notification {
 
 // Delivers named notifications to their observers, synchronously on the posting thread.
 class NotificationCenter {
-public:
+  public:
     using Handler = std::function<void(const Notification&)>;
     using Token = std::uint64_t;
 
@@ -29,7 +29,7 @@ public:
     void removeObserver(Token token);
     void post(std::string name, std::shared_ptr<void> object = nullptr);
 
-private:
+  private:
     struct Observer {
         Token token;
         std::string name;

@@ -11,7 +11,7 @@ namespace tarvik {
 // A serial queue of asynchronous operations: an operation starts when the one before it has
 // called its `finish`, however long that takes and on whatever thread it happens.
 class OperationQueue {
-public:
+  public:
     using Finish = std::function<void()>;
     using Operation = std::function<void(Finish finish)>;
 
@@ -24,7 +24,7 @@ public:
     // Blocks until every queued operation has finished.
     void waitUntilAllOperationsAreFinished();
 
-private:
+  private:
     void work();
 
     mutable std::mutex mutex_;

@@ -3,6 +3,7 @@
 #include "Platform/Bundle.h"
 #include "Platform/Clock.h"
 #include "Platform/Console.h"
+#include "Platform/ConsoleCapture.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/Folders.h"
 #include "Platform/MainQueue.h"
@@ -16,7 +17,7 @@ namespace tarvik {
 // What the operating system supplies to the SDK. One implementation per platform (Linux,
 // Testing, later iOS); the core never asks which one it runs on.
 class Platform {
-public:
+  public:
     virtual ~Platform() = default;
 
     virtual Clock& clock() = 0;
@@ -25,6 +26,7 @@ public:
     virtual Folders& folders() = 0;
     virtual UserDefaultsStore& userDefaults() = 0;
     virtual Console& console() = 0;
+    virtual ConsoleCapture& consoleCapture() = 0;
 
     // The host application's bundle and the SDK's own.
     virtual Bundle mainBundle() const = 0;

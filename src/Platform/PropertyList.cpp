@@ -24,12 +24,16 @@ using Node = std::unique_ptr<void, NodeDeleter>;
 
 Node toNode(const Value& value) {
     switch (value.type()) {
-        case Value::Type::Null: return nullptr;
-        case Value::Type::Bool: return Node(plist_new_bool(*value.asBool() ? 1 : 0));
+        case Value::Type::Null:
+            return nullptr;
+        case Value::Type::Bool:
+            return Node(plist_new_bool(*value.asBool() ? 1 : 0));
         case Value::Type::Integer:
             return Node(plist_new_uint(static_cast<std::uint64_t>(*value.asInteger())));
-        case Value::Type::Real: return Node(plist_new_real(*value.asReal()));
-        case Value::Type::String: return Node(plist_new_string(value.asString()->c_str()));
+        case Value::Type::Real:
+            return Node(plist_new_real(*value.asReal()));
+        case Value::Type::String:
+            return Node(plist_new_string(value.asString()->c_str()));
         case Value::Type::Date: {
             auto micros = std::chrono::duration_cast<std::chrono::microseconds>(
                               value.asDate()->time_since_epoch())
@@ -69,7 +73,48 @@ Node toNode(const Value& value) {
     return nullptr;
 }
 
-Value fromNode(plist_t node) {
+// Converting a list nests one call per level; a list nested deeper than any the SDK or a host
+// writes could exhaust a thread's stack, so such lists are refused.
+constexpr int kMaxNesting = 256;
+
+bool nestedDeeperThan(plist_t node, int levels) {
+    if (levels < 0) {
+        return true;
+    }
+    switch (plist_get_node_type(node)) {
+        case PLIST_ARRAY: {
+            std::uint32_t count = plist_array_get_size(node);
+            for (std::uint32_t i = 0; i < count; ++i) {
+                if (nestedDeeperThan(plist_array_get_item(node, i), levels - 1)) {
+                    return true;
+                }
+            }
+            return false;
+        }
+        case PLIST_DICT: {
+            bool deeper = false;
+            plist_dict_iter it = nullptr;
+            plist_dict_new_iter(node, &it);
+            plist_t item = nullptr;
+            plist_dict_next_item(node, it, nullptr, &item);
+            while (item && !deeper) {
+                deeper = nestedDeeperThan(item, levels - 1);
+                plist_dict_next_item(node, it, nullptr, &item);
+            }
+            std::free(it);
+            return deeper;
+        }
+        default:
+            return false;
+    }
+}
+
+// Keyed archives refer to their objects by UID. Plain readers take a UID as its number; a
+// keyed-archive reader needs to tell references apart, so it gets them in the form an XML
+// property list writes them in: a dictionary {"CF$UID": n}.
+enum class UidForm { Number, Reference };
+
+Value fromNode(plist_t node, UidForm uidForm) {
     switch (plist_get_node_type(node)) {
         case PLIST_BOOLEAN: {
             std::uint8_t b = 0;
@@ -99,8 +144,8 @@ Value fromNode(plist_t node) {
             plist_get_date_val(node, &seconds, &micros);
             std::int64_t unixMicros =
                 (std::int64_t{seconds} + kReferenceDateUnixSeconds) * 1000000 + micros;
-            return Value(Date(std::chrono::duration_cast<Date::duration>(
-                std::chrono::microseconds(unixMicros))));
+            return Value(Date(
+                std::chrono::duration_cast<Date::duration>(std::chrono::microseconds(unixMicros))));
         }
         case PLIST_DATA: {
             char* bytes = nullptr;
@@ -114,7 +159,7 @@ Value fromNode(plist_t node) {
             Array array;
             std::uint32_t count = plist_array_get_size(node);
             for (std::uint32_t i = 0; i < count; ++i) {
-                array.push_back(fromNode(plist_array_get_item(node, i)));
+                array.push_back(fromNode(plist_array_get_item(node, i), uidForm));
             }
             return Value(std::move(array));
         }
@@ -130,26 +175,28 @@ Value fromNode(plist_t node) {
                     std::free(key);
                     break;
                 }
-                dictionary[key ? key : ""] = fromNode(item);
+                dictionary[key ? key : ""] = fromNode(item, uidForm);
                 std::free(key);
             }
             std::free(it);
             return Value(std::move(dictionary));
         }
         case PLIST_UID: {
-            // Only keyed archives hold identifiers; read them as their number.
             std::uint64_t uid = 0;
             plist_get_uid_val(node, &uid);
-            return Value(static_cast<std::int64_t>(uid));
+            Value number(static_cast<std::int64_t>(uid));
+            if (uidForm == UidForm::Reference) {
+                return Value(Dictionary{{"CF$UID", number}});
+            }
+            return number;
         }
-        case PLIST_NONE: break;
+        case PLIST_NONE:
+            break;
     }
     return Value();
 }
 
-}  // namespace
-
-std::optional<Value> parse(std::string_view bytes) {
+std::optional<Value> parseWithUidForm(std::string_view bytes, UidForm uidForm) {
     if (bytes.empty() || bytes.size() > std::numeric_limits<std::uint32_t>::max()) {
         return std::nullopt;
     }
@@ -159,7 +206,20 @@ std::optional<Value> parse(std::string_view bytes) {
         return std::nullopt;
     }
     Node owner(root);
-    return fromNode(root);
+    if (nestedDeeperThan(root, kMaxNesting)) {
+        return std::nullopt;
+    }
+    return fromNode(root, uidForm);
+}
+
+}  // namespace
+
+std::optional<Value> parse(std::string_view bytes) {
+    return parseWithUidForm(bytes, UidForm::Number);
+}
+
+std::optional<Value> parseKeepingUIDs(std::string_view bytes) {
+    return parseWithUidForm(bytes, UidForm::Reference);
 }
 
 std::optional<Value> readFile(const std::string& path) {

@@ -8,9 +8,13 @@
 
 namespace tarvik::plist {
 
-// Reads an XML or binary property list; none when the bytes are not one.
+// Reads an XML or binary property list; none when the bytes are not one or nest more than 256
+// arrays and dictionaries deep.
 std::optional<Value> parse(std::string_view bytes);
 std::optional<Value> readFile(const std::string& path);
+// Like parse, but each UID (the object references of a keyed archive) becomes a dictionary
+// {"CF$UID": n}, as an XML property list writes it, instead of a plain number.
+std::optional<Value> parseKeepingUIDs(std::string_view bytes);
 
 // Serialises a value; none when it holds something a property list cannot (a null).
 std::optional<std::string> toXml(const Value& value);

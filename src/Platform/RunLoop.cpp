@@ -35,18 +35,22 @@ std::shared_ptr<Timer> RunLoop::scheduleTimer(Date firstFire, double interval, b
     return handle;
 }
 
-bool RunLoop::isMainThread() const { return std::this_thread::get_id() == mainThread_.load(); }
+bool RunLoop::isMainThread() const {
+    return std::this_thread::get_id() == mainThread_.load();
+}
 
-void RunLoop::adoptCurrentThread() { mainThread_.store(std::this_thread::get_id()); }
+void RunLoop::adoptCurrentThread() {
+    mainThread_.store(std::this_thread::get_id());
+}
 
 void RunLoop::insertTimer(ScheduledTimer timer) {
     // A waiting driver must recompute its deadline: the new timer may be due sooner.
     woken_ = true;
-    auto later = std::upper_bound(timers_.begin(), timers_.end(), timer,
-                                  [](const ScheduledTimer& a, const ScheduledTimer& b) {
-                                      return a.due < b.due ||
-                                             (a.due == b.due && a.sequence < b.sequence);
-                                  });
+    auto later =
+        std::upper_bound(timers_.begin(), timers_.end(), timer,
+                         [](const ScheduledTimer& a, const ScheduledTimer& b) {
+                             return a.due < b.due || (a.due == b.due && a.sequence < b.sequence);
+                         });
     timers_.insert(later, std::move(timer));
 }
 

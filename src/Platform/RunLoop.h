@@ -15,7 +15,7 @@ namespace tarvik {
 // The main queue of the Linux and Testing platforms: tasks and timers kept in order and run by
 // whichever driver owns the main thread (a real-time loop, or a virtual clock in tests).
 class RunLoop : public MainQueue {
-public:
+  public:
     explicit RunLoop(const Clock& clock);
 
     void async(Task task) override;
@@ -37,7 +37,7 @@ public:
     void waitForWork(double seconds);
     void wake();
 
-private:
+  private:
     struct ScheduledTimer {
         double due;
         std::uint64_t sequence;

@@ -42,7 +42,9 @@ Runtime& Runtime::current() {
     return *currentRuntime.load();
 }
 
-Runtime* Runtime::exchangeCurrent(Runtime* runtime) { return currentRuntime.exchange(runtime); }
+Runtime* Runtime::exchangeCurrent(Runtime* runtime) {
+    return currentRuntime.exchange(runtime);
+}
 
 Runtime::Slot& Runtime::slotFor(std::type_index type) {
     std::lock_guard lock(mutex_);

@@ -16,7 +16,7 @@ namespace tarvik {
 // Owns the platform and every process-wide object of the SDK. A process has one runtime for
 // its whole life; each unit test makes its own so that no state leaks between tests.
 class Runtime {
-public:
+  public:
     explicit Runtime(std::unique_ptr<Platform> platform);
     ~Runtime();
     Runtime(const Runtime&) = delete;
@@ -54,7 +54,7 @@ public:
         return sharedInstance<T>([] { return std::make_shared<T>(); });
     }
 
-private:
+  private:
     struct Slot {
         std::once_flag once;
         std::shared_ptr<void> instance;

@@ -13,7 +13,7 @@ namespace tarvik {
 // A fixed set of worker threads behind a DispatchQueue. Destroying the pool runs what was
 // queued, then joins the workers.
 class ThreadPool : public DispatchQueue {
-public:
+  public:
     explicit ThreadPool(unsigned threadCount);
     ~ThreadPool() override;
 
@@ -21,7 +21,7 @@ public:
     // Blocks until the queue is empty and no task is running.
     void waitUntilIdle();
 
-private:
+  private:
     void work();
 
     std::mutex mutex_;

@@ -10,7 +10,9 @@ namespace tarvik {
 
 namespace {
 
-std::string indentation(int level) { return std::string(static_cast<size_t>(level) * 4, ' '); }
+std::string indentation(int level) {
+    return std::string(static_cast<size_t>(level) * 4, ' ');
+}
 
 bool needsQuotes(const std::string& text) {
     if (text.empty()) {
@@ -53,11 +55,21 @@ std::string quotedForCollection(const std::string& text) {
     for (size_t i = 0; i < text.size();) {
         char32_t c = decodeUtf8(text, i);
         switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\t': out += "\\t"; break;
-            case '\r': out += "\\r"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
             default:
                 if (c < 0x20 || c >= 0x7F) {
                     if (c >= 0x10000) {
@@ -108,17 +120,22 @@ std::string dataDescription(const Data& data) {
 
 std::string describe(const Value& value, int level, bool insideCollection) {
     switch (value.type()) {
-        case Value::Type::Null: return "<null>";
-        case Value::Type::Bool: return *value.asBool() ? "1" : "0";
-        case Value::Type::Integer: return std::to_string(*value.asInteger());
-        case Value::Type::Real: return numberDescription(*value.asReal());
+        case Value::Type::Null:
+            return "<null>";
+        case Value::Type::Bool:
+            return *value.asBool() ? "1" : "0";
+        case Value::Type::Integer:
+            return std::to_string(*value.asInteger());
+        case Value::Type::Real:
+            return numberDescription(*value.asReal());
         case Value::Type::String:
             return insideCollection ? quotedForCollection(*value.asString()) : *value.asString();
         case Value::Type::Date: {
             std::string text = dateDescription(*value.asDate());
             return insideCollection ? quotedForCollection(text) : text;
         }
-        case Value::Type::Data: return dataDescription(*value.asData());
+        case Value::Type::Data:
+            return dataDescription(*value.asData());
         case Value::Type::Array: {
             const Array& array = *value.asArray();
             std::string out = indentation(level) + "(\n";
@@ -200,6 +217,8 @@ const Value* Value::find(const std::string& key) const {
     return it == dictionary->end() ? nullptr : &it->second;
 }
 
-std::string Value::description() const { return describe(*this, 0, false); }
+std::string Value::description() const {
+    return describe(*this, 0, false);
+}
 
 }  // namespace tarvik

@@ -2,7 +2,10 @@
 
 #include "Helpers/NSBundle+Tarvik.h"
 #include "Helpers/TVKDirectoryLayout.h"
+#include "Helpers/TVKExceptionHelper.h"
 #include "Helpers/TVKFileHelper.h"
+#include "Helpers/TVKLogger.h"
+#include "Platform/PathUtilities.h"
 #include "Platform/Runtime.h"
 
 namespace tarvik {
@@ -13,7 +16,7 @@ using Status = TVKDirectoryLayout::Status;
 }  // namespace
 
 Tarvik::Tarvik() {
-    // The uncaught-exception handler is installed here, first, once the crash handler exists.
+    TVKExceptionHelper::configureCrashHandler();
     tarvikStartDate_ = Runtime::current().clock().mediaTime();
     // Carrier look-ups go through the device probes; there is no telephony object to keep.
 }
@@ -60,16 +63,23 @@ Tarvik& Tarvik::startWithAPIKey(const std::optional<std::string>& apiKey,
     tarvik.setApiKey(apiKey);
     tarvik.setDebug(debug);
     tarvik.setProcessType(processType);
-    // Console capture and the emptying of the library's logs come here, with the logger.
+    TVKLogger::redirectConsoles();
+    TVKLogger::reset();
     tarvik.configureDirectories();
     if (debug) {
         std::string banner = "Starting Tarvik - version " + tarvik.version().value_or("(null)");
         Runtime::current().console().writeLine(banner);
-        // The banner also goes to the library's debug log once the logger exists.
+        TVKLogger::logMessage(banner);
     }
     // The event configuration timer, memory watching and the retry manager start here, in
     // that order, as each lands.
     return tarvik;
+}
+
+void Tarvik::logMessage(const std::string& message, std::int64_t level, const char* file,
+                        const char* function, std::int32_t line) {
+    TVKLogger::logDebugMessage(message, level, lastPathComponent(file ? file : ""), line,
+                               function ? function : "");
 }
 
 void Tarvik::setProcessType(TarvikProcessType processType) {
@@ -85,7 +95,8 @@ void Tarvik::setProcessType(TarvikProcessType processType) {
         case TarvikProcessTypeScreenshot:
             // Screenshot detection starts here once it exists.
             break;
-        default: break;
+        default:
+            break;
     }
     std::shared_ptr<TarvikDelegate> delegate;
     bool consider = false;
@@ -160,7 +171,8 @@ void Tarvik::configureDirectories() {
 
     for (Kind kind : {Kind::Issues, Kind::Events}) {
         for (Status status : {Status::Processing, Status::Queued, Status::Sent}) {
-            TVKFileHelper::createDirectoryAtPath(TVKDirectoryLayout::statusFolderPath(kind, status));
+            TVKFileHelper::createDirectoryAtPath(
+                TVKDirectoryLayout::statusFolderPath(kind, status));
         }
     }
 }

@@ -14,7 +14,8 @@ const std::string TarvikNotificationShouldLaunchIssueSubmission =
 const std::string TarvikNotificationDidShakeInSimulator = "TarvikNotificationDidShakeInSimulator";
 const std::string TarvikNotificationDidFinishCaptureSession =
     "TarvikNotificationDidFinishCaptureSession";
-const std::string TarvikNotificationDidCallToCopyAllFiles = "TarvikNotificationDidCallToCopyAllFiles";
+const std::string TarvikNotificationDidCallToCopyAllFiles =
+    "TarvikNotificationDidCallToCopyAllFiles";
 const std::string TarvikNotificationDidFailSubmission = "TarvikNotificationDidFailSubmission";
 
 const std::string TarvikUserPropertyIdentifierKey = "TarvikUserPropertyIdentifierKey";

@@ -41,7 +41,8 @@ CommandResult runPython(const std::string& script, const std::string& arguments)
     }
     ::close(fd);
     std::ofstream(path) << script;
-    CommandResult result = runCommand(std::string(TARVIK_TEST_PYTHON) + " " + path + " " + arguments);
+    CommandResult result =
+        runCommand(std::string(TARVIK_TEST_PYTHON) + " " + path + " " + arguments);
     ::unlink(path);
     return result;
 }

@@ -103,9 +103,8 @@ Bundle LinuxPlatform::mainBundle() const {
     }
     // Without an Info.plist the executable's name stands in for what the host did not give.
     std::string name = std::filesystem::path(executablePath()).filename().string();
-    Dictionary info{{"CFBundleIdentifier", name},
-                    {"CFBundleName", name},
-                    {"CFBundleExecutable", name}};
+    Dictionary info{
+        {"CFBundleIdentifier", name}, {"CFBundleName", name}, {"CFBundleExecutable", name}};
     std::lock_guard lock(bundleMutex_);
     for (const auto& [key, value] : hostInfo_) {
         info[key] = value;
@@ -143,6 +142,8 @@ void LinuxPlatform::runMainLoop(double seconds, const std::function<bool()>& don
     }
 }
 
-std::unique_ptr<Platform> makeDefaultPlatform() { return std::make_unique<LinuxPlatform>(); }
+std::unique_ptr<Platform> makeDefaultPlatform() {
+    return std::make_unique<LinuxPlatform>();
+}
 
 }  // namespace tarvik

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Linux/PipeConsoleCapture.h"
 #include "Platform/Platform.h"
 #include "Platform/RunLoop.h"
 #include "Platform/ThreadPool.h"
@@ -10,7 +11,7 @@
 namespace tarvik {
 
 class SystemClock : public Clock {
-public:
+  public:
     Date now() const override { return std::chrono::system_clock::now(); }
     double mediaTime() const override;
 };
@@ -18,7 +19,7 @@ public:
 // The XDG folders: caches in $XDG_CACHE_HOME or ~/.cache, application support in
 // $XDG_DATA_HOME or ~/.local/share, documents in $HOME. Read once, when the platform starts.
 class XdgFolders : public Folders {
-public:
+  public:
     XdgFolders();
     std::string cachesDirectory() const override { return caches_; }
     std::string applicationSupportDirectory() const override { return applicationSupport_; }
@@ -26,30 +27,30 @@ public:
     std::string temporaryDirectory() const override { return temporary_; }
     std::string configDirectory() const { return config_; }
 
-private:
+  private:
     std::string caches_, applicationSupport_, documents_, temporary_, config_;
 };
 
 // Each defaults domain is a property-list file "<domain>.plist" in the user's config folder.
 class PlistFileDefaultsStore : public UserDefaultsStore {
-public:
+  public:
     explicit PlistFileDefaultsStore(std::string folder) : folder_(std::move(folder)) {}
     std::optional<Dictionary> persistentDomainForName(const std::string& name) const override;
     void setPersistentDomain(const Dictionary& domain, const std::string& name) override;
 
-private:
+  private:
     std::string pathFor(const std::string& name) const;
     std::string folder_;
     mutable std::mutex mutex_;
 };
 
 class StandardErrorConsole : public Console {
-public:
+  public:
     void writeLine(const std::string& text) override;
 };
 
 class LinuxPlatform : public Platform {
-public:
+  public:
     LinuxPlatform();
 
     Clock& clock() override { return clock_; }
@@ -58,19 +59,24 @@ public:
     Folders& folders() override { return folders_; }
     UserDefaultsStore& userDefaults() override { return defaults_; }
     Console& console() override { return console_; }
+    ConsoleCapture& consoleCapture() override { return consoleCapture_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
     void runMainLoop(double seconds, const std::function<bool()>& done) override;
-    void shutDown() override { globalQueue_.reset(); }
+    void shutDown() override {
+        globalQueue_.reset();
+        consoleCapture_.stop();
+    }
 
-private:
+  private:
     SystemClock clock_;
     RunLoop runLoop_;
     std::unique_ptr<ThreadPool> globalQueue_;
     XdgFolders folders_;
     PlistFileDefaultsStore defaults_;
     StandardErrorConsole console_;
+    PipeConsoleCapture consoleCapture_;
     std::string executableDirectory_;
     std::optional<Dictionary> infoPlist_;  // the Info.plist beside the executable
     mutable std::mutex bundleMutex_;

@@ -42,4 +42,3 @@ TestRuntime::~TestRuntime() {
 }
 
 }  // namespace tarvik::testing
-

@@ -11,7 +11,7 @@ namespace tarvik::testing {
 // A runtime on the Testing platform, installed as current for its lifetime, with every folder
 // inside a fresh temporary tree that is deleted afterwards.
 class TestRuntime {
-public:
+  public:
     TestRuntime();
     ~TestRuntime();
     TestRuntime(const TestRuntime&) = delete;
@@ -23,11 +23,9 @@ public:
 
     void advance(double seconds) { platform_->advance(seconds); }
     void drain() { platform_->drain(); }
-    std::vector<std::string> consoleLines() const {
-        return platform_->recordingConsole().lines();
-    }
+    std::vector<std::string> consoleLines() const { return platform_->recordingConsole().lines(); }
 
-private:
+  private:
     std::string root_;
     TestingPlatform* platform_;
     std::unique_ptr<Runtime> runtime_;

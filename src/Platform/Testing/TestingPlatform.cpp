@@ -55,6 +55,37 @@ void RecordingConsole::clear() {
     lines_.clear();
 }
 
+void ScriptedConsoleCapture::capture(Stream stream, ChunkHandler handler) {
+    std::lock_guard lock(mutex_);
+    handlers_[indexOf(stream)] = std::move(handler);
+}
+
+void ScriptedConsoleCapture::writeToOriginal(Stream stream, std::string_view bytes) {
+    std::lock_guard lock(mutex_);
+    original_[indexOf(stream)].append(bytes);
+}
+
+bool ScriptedConsoleCapture::isCapturing(Stream stream) const {
+    std::lock_guard lock(mutex_);
+    return static_cast<bool>(handlers_[indexOf(stream)]);
+}
+
+void ScriptedConsoleCapture::emit(Stream stream, std::string_view bytes) {
+    ChunkHandler handler;
+    {
+        std::lock_guard lock(mutex_);
+        handler = handlers_[indexOf(stream)];
+    }
+    if (handler) {
+        handler(stream, bytes);
+    }
+}
+
+std::string ScriptedConsoleCapture::writtenToOriginal(Stream stream) const {
+    std::lock_guard lock(mutex_);
+    return original_[indexOf(stream)];
+}
+
 TestingPlatform::TestingPlatform(std::string root)
     : root_(std::move(root)),
       runLoop_(clock_),

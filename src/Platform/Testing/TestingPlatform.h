@@ -4,6 +4,7 @@
 #include "Platform/RunLoop.h"
 #include "Platform/ThreadPool.h"
 
+#include <array>
 #include <map>
 #include <mutex>
 #include <string>
@@ -13,14 +14,14 @@ namespace tarvik::testing {
 
 // A virtual clock: time moves only when a test moves it.
 class VirtualClock : public Clock {
-public:
+  public:
     Date now() const override;
     double mediaTime() const override;
     // Moves wall and media time forward together.
     void advance(double seconds);
     void setNow(Date date);
 
-private:
+  private:
     mutable std::mutex mutex_;
     // 2026-01-02T03:04:05Z, an arbitrary fixed start so that dates in tests are reproducible.
     Date now_ = Date(std::chrono::seconds(1767323045));
@@ -28,7 +29,7 @@ private:
 };
 
 class FolderTree : public Folders {
-public:
+  public:
     explicit FolderTree(std::string root) : root_(std::move(root)) {}
     std::string cachesDirectory() const override { return root_ + "/Library/Caches"; }
     std::string applicationSupportDirectory() const override {
@@ -37,36 +38,56 @@ public:
     std::string documentsDirectory() const override { return root_ + "/Documents"; }
     std::string temporaryDirectory() const override { return root_ + "/tmp"; }
 
-private:
+  private:
     std::string root_;
 };
 
 class MemoryDefaultsStore : public UserDefaultsStore {
-public:
+  public:
     std::optional<Dictionary> persistentDomainForName(const std::string& name) const override;
     void setPersistentDomain(const Dictionary& domain, const std::string& name) override;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::map<std::string, Dictionary> domains_;
 };
 
 // Keeps every console line for assertions.
 class RecordingConsole : public Console {
-public:
+  public:
     void writeLine(const std::string& text) override;
     std::vector<std::string> lines() const;
     void clear();
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::vector<std::string> lines_;
+};
+
+// Hands the SDK chunks a test emits, and records what the SDK writes to the real console.
+// Nothing is redirected: the test process keeps its own descriptors.
+class ScriptedConsoleCapture : public ConsoleCapture {
+  public:
+    void capture(Stream stream, ChunkHandler handler) override;
+    void writeToOriginal(Stream stream, std::string_view bytes) override;
+    void flush() override {}
+
+    bool isCapturing(Stream stream) const;
+    // Delivers a chunk as if the host had written it to the captured stream.
+    void emit(Stream stream, std::string_view bytes);
+    std::string writtenToOriginal(Stream stream) const;
+
+  private:
+    static size_t indexOf(Stream stream) { return stream == Stream::StandardOutput ? 0 : 1; }
+    mutable std::mutex mutex_;
+    std::array<ChunkHandler, 2> handlers_;
+    std::array<std::string, 2> original_;
 };
 
 // Deterministic fakes: a virtual clock whose advance fires due timers in order, folders inside
 // a test's own tree, defaults in memory, a recorded console and a fixed host bundle.
 class TestingPlatform : public Platform {
-public:
+  public:
     explicit TestingPlatform(std::string root);
 
     Clock& clock() override { return clock_; }
@@ -75,6 +96,7 @@ public:
     Folders& folders() override { return folders_; }
     UserDefaultsStore& userDefaults() override { return defaults_; }
     Console& console() override { return console_; }
+    ConsoleCapture& consoleCapture() override { return consoleCapture_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -84,6 +106,7 @@ public:
     VirtualClock& virtualClock() { return clock_; }
     RunLoop& runLoop() { return runLoop_; }
     RecordingConsole& recordingConsole() { return console_; }
+    ScriptedConsoleCapture& scriptedConsoleCapture() { return consoleCapture_; }
     ThreadPool& threadPool() { return *globalQueue_; }
     const std::string& root() const { return root_; }
 
@@ -93,7 +116,7 @@ public:
     // own due time, in order.
     void advance(double seconds);
 
-private:
+  private:
     std::string root_;
     VirtualClock clock_;
     RunLoop runLoop_;
@@ -101,6 +124,7 @@ private:
     FolderTree folders_;
     MemoryDefaultsStore defaults_;
     RecordingConsole console_;
+    ScriptedConsoleCapture consoleCapture_;
     mutable std::mutex bundleMutex_;
     Dictionary mainBundleInfo_;
 };

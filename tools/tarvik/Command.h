@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tarvik::tool {
+
+using Arguments = std::vector<std::string>;
+
+// Each command prints to standard output, reports problems on standard error and returns the
+// process exit code: 0 done, 1 failed, 2 used wrongly.
+int settingsCommand(const Arguments& arguments);
+int treeCommand(const Arguments& arguments);
+int zipCommand(const Arguments& arguments);
+int zipListCommand(const Arguments& arguments);
+
+}  // namespace tarvik::tool
