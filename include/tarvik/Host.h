@@ -16,4 +16,8 @@ void runMainLoop(double seconds, const std::function<bool()>& done = nullptr);
 // host that has no Info.plist beside its executable. Call it before starting the SDK.
 void setMainBundleInfo(Dictionary info);
 
+// The user's location in degrees, for a host that knows it: desktop platforms have no location
+// service of their own. Reports carry it only while the SDK's saveUserLocation is on.
+void setUserLocation(double latitude, double longitude);
+
 }  // namespace tarvik

@@ -17,6 +17,8 @@
 
 namespace tarvik {
 
+class TVKSubmission;
+
 // The SDK's one public class: start it once, early, on the main thread.
 //
 //     tarvik::Tarvik::startWithAPIKey("your-key", tarvik::TarvikProcessTypeShake, false);
@@ -43,6 +45,40 @@ class Tarvik {
     // Opens the reporter; only in the manual process type.
     void presentReportIssueController();
     void launchIssueSubmission();
+
+    // Who the user is; std::nullopt removes a value. The e-mail is also remembered across
+    // launches.
+    void setUserIdentifier(const std::optional<std::string>& identifier);
+    void setUsername(const std::optional<std::string>& username);
+    void setUserFullName(const std::optional<std::string>& fullName);
+    void setUserEmail(const std::optional<std::string>& email);
+    void clearUserInformation();
+
+    // Custom properties sent with every submission. A dictionary travels as compact JSON text;
+    // std::nullopt as the value removes the key. A missing key throws ParameterAssertionError.
+    void setDictionary(const std::optional<Dictionary>& dictionary,
+                       const std::optional<std::string>& key);
+    void setString(const std::optional<std::string>& value, const std::optional<std::string>& key);
+    void setIntValue(std::int64_t value, const std::optional<std::string>& key);
+    void setBoolValue(bool value, const std::optional<std::string>& key);
+    void setFloatValue(float value, const std::optional<std::string>& key);
+
+    // The user and session properties stored with each submission.
+    Dictionary createTarvikProperties();
+
+    // Files every submission carries, referenced by path and copied when a submission is
+    // completed. A file that cannot be read or is too big is refused (false).
+    bool addAttachmentWithFileUrl(const std::optional<std::string>& fileUrl);
+    void removeAttachmentWithFileUrl(const std::optional<std::string>& fileUrl);
+    void clearAttachments();
+
+    // Named timers: a stop stores the time since the matching start, in seconds.
+    void startTrackingTimeForKey(const std::string& key);
+    void stopTrackingTimeForKey(const std::string& key);
+    void incrementTimeSpentSubmittingIssue();
+
+    // A submission gathering its files asks for the host's attachments.
+    void didCallToCopyAllFiles(const std::shared_ptr<TVKSubmission>& submission);
 
     // The SDK's version, read from its own bundle; none when the bundle has none.
     std::optional<std::string> version() const;
@@ -90,6 +126,8 @@ class Tarvik {
   private:
     Tarvik();
     void registerObservers();
+    void setUserProperty(const std::string& key, const std::optional<std::string>& value);
+    void setMetadataValue(const std::optional<std::string>& key, std::optional<Value> value);
 
     std::atomic<bool> debug_{false};
     std::atomic<bool> collectUserDefaults_{true};

@@ -1,5 +1,8 @@
 #include "Helpers/Tarvik_ZipFile.h"
 
+#include "Helpers/TVKZipCrypto.h"
+#include "Helpers/TVKZipEntryDecrypter.h"
+#include "Helpers/TVKZipEntryEncrypter.h"
 #include "Platform/Runtime.h"
 #include "Platform/Utf8.h"
 
@@ -15,6 +18,16 @@ namespace tarvik {
 namespace {
 
 constexpr size_t kNameBufferSize = 512;
+
+// General-purpose flag bits.
+constexpr uLong kEncryptedFlag = 1u << 0;
+constexpr uLong kDataDescriptorFlag = 1u << 3;
+constexpr uLong kUtf8NameFlag = 1u << 11;
+// "Version made by": format 2.0 on a VFAT file system. unzip reads names from MS-DOS hosts (what
+// minizip writes by default) as code page 437 even when they carry the UTF-8 flag, and takes
+// the attributes of Unix hosts as permissions, so the SDK's zero attributes would extract files
+// that nobody may read. It takes VFAT names as they are and VFAT attributes as MS-DOS ones.
+constexpr uLong kVersionMadeBy = (14 << 8) | 20;
 
 Tarvik_ZipException unknownMode(std::int32_t mode) {
     return Tarvik_ZipException(fmt::format("Unknown mode {}", mode));
@@ -61,6 +74,23 @@ std::int32_t levelOfEntry(const unz_file_info& info) {
         default:
             return 1;
     }
+}
+
+// Readers take names without the UTF-8 flag as code page 437. Names that are not valid UTF-8
+// have no encoding to declare and keep their bytes unflagged.
+uLong nameFlags(const std::string& name) {
+    bool plainAscii = std::all_of(name.begin(), name.end(),
+                                  [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    return !plainAscii && isValidUtf8(name) ? kUtf8NameFlag : 0;
+}
+
+// The byte that ends a decrypted encryption header. An entry whose CRC was only known after
+// its data (one with a trailing data descriptor) is checked against its DOS time instead.
+std::uint8_t checkByteOf(const unz_file_info& info) {
+    if (info.flag & kDataDescriptorFlag) {
+        return static_cast<std::uint8_t>(info.dosDate >> 8);  // the time is the low half
+    }
+    return static_cast<std::uint8_t>(info.crc >> 24);
 }
 
 struct CurrentEntry {
@@ -142,27 +172,42 @@ std::unique_ptr<Tarvik_ZipWriteStream> Tarvik_ZipFile::writeFileInZipWithName(
 std::unique_ptr<Tarvik_ZipWriteStream> Tarvik_ZipFile::writeFileInZipWithName(
     const std::string& name, Date fileDate, std::int32_t compressionLevel,
     const std::string& password, std::uint64_t crc32) {
-    return openNewEntry(name, fileDate, compressionLevel, password.c_str(), crc32);
+    return openNewEntry(name, fileDate, compressionLevel, &password, crc32);
 }
 
 std::unique_ptr<Tarvik_ZipWriteStream> Tarvik_ZipFile::openNewEntry(const std::string& name,
                                                                     Date fileDate,
                                                                     std::int32_t compressionLevel,
-                                                                    const char* password,
+                                                                    const std::string* password,
                                                                     std::uint64_t crc32) {
     refuseUnzipMode();
     zip_fileinfo info = entryInfoForDate(fileDate);
     int method = compressionLevel != 0 ? Z_DEFLATED : 0;
     // zlib refuses levels outside its range, and minizip then leaks the entry's header: such a
     // level fails with zlib's own error without reaching minizip.
-    int result = Z_STREAM_ERROR;
-    if (compressionLevel >= Z_DEFAULT_COMPRESSION && compressionLevel <= Z_BEST_COMPRESSION) {
-        result = zipOpenNewFileInZip3(zipFile_, name.c_str(), &info, nullptr, 0, nullptr, 0,
-                                      nullptr, method, compressionLevel, 0, -MAX_WBITS,
-                                      DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, password, crc32);
+    if (compressionLevel < Z_DEFAULT_COMPRESSION || compressionLevel > Z_BEST_COMPRESSION) {
+        throw Tarvik_ZipException(Z_STREAM_ERROR,
+                                  fmt::format("Error in opening '{}' in zipfile", name));
     }
+    // minizip's own encryption derives wrong keys on 64-bit systems, and its raw mode still
+    // applies it when given a password. A password entry is therefore opened raw with no
+    // password, flagged as encrypted, and the stream compresses and encrypts it itself.
+    std::unique_ptr<TVKZipEntryEncrypter> encrypter;
+    uLong flags = nameFlags(name);
+    if (password) {
+        encrypter = std::make_unique<TVKZipEntryEncrypter>(*password, compressionLevel,
+                                                           static_cast<std::uint32_t>(crc32));
+        flags |= kEncryptedFlag;
+    }
+    int raw = encrypter ? 1 : 0;
+    int result = zipOpenNewFileInZip4(
+        zipFile_, name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr, method, compressionLevel,
+        raw, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, kVersionMadeBy, flags);
     if (result != ZIP_OK) {
         throw Tarvik_ZipException(result, fmt::format("Error in opening '{}' in zipfile", name));
+    }
+    if (encrypter) {
+        return std::make_unique<Tarvik_ZipWriteStream>(zipFile_, name, std::move(encrypter));
     }
     return std::make_unique<Tarvik_ZipWriteStream>(zipFile_, name);
 }
@@ -241,29 +286,74 @@ Tarvik_FileInZipInfo Tarvik_ZipFile::currentFileInZipInfo() {
     CurrentEntry entry = readCurrentEntry(unzFile_, fileName_);
     const unz_file_info& info = entry.info;
     return Tarvik_FileInZipInfo(decomposedUtf8(entry.storedName), info.uncompressed_size,
-                                levelOfEntry(info), (info.flag & 1) != 0, info.compressed_size,
-                                dateOfEntry(info.tmu_date), info.crc);
+                                levelOfEntry(info), (info.flag & kEncryptedFlag) != 0,
+                                info.compressed_size, dateOfEntry(info.tmu_date), info.crc);
 }
 
 std::unique_ptr<Tarvik_ZipReadStream> Tarvik_ZipFile::readCurrentFileInZip() {
-    return openCurrentEntry(nullptr);
+    requireUnzipMode();
+    return openCurrentEntry();
 }
 
 std::unique_ptr<Tarvik_ZipReadStream> Tarvik_ZipFile::readCurrentFileInZipWithPassword(
     const std::string& password) {
-    return openCurrentEntry(password.c_str());
+    requireUnzipMode();
+    unz_file_info info{};
+    int result = unzGetCurrentFileInfo(unzFile_, &info, nullptr, 0, nullptr, 0, nullptr, 0);
+    if (result != UNZ_OK) {
+        throw openingCurrentFileFailed(result);
+    }
+    return (info.flag & kEncryptedFlag) ? openEncryptedCurrentEntry(password) : openCurrentEntry();
 }
 
-std::unique_ptr<Tarvik_ZipReadStream> Tarvik_ZipFile::openCurrentEntry(const char* password) {
-    requireUnzipMode();
-    int result = unzOpenCurrentFilePassword(unzFile_, password);
+Tarvik_ZipException Tarvik_ZipFile::openingCurrentFileFailed(std::int64_t error) const {
+    return Tarvik_ZipException(error,
+                               fmt::format("Error in opening current file in '{}'", fileName_));
+}
+
+std::unique_ptr<Tarvik_ZipReadStream> Tarvik_ZipFile::openCurrentEntry() {
+    int result = unzOpenCurrentFile(unzFile_);
     if (result != UNZ_OK) {
-        throw Tarvik_ZipException(result,
-                                  fmt::format("Error in opening current file in '{}'", fileName_));
+        throw openingCurrentFileFailed(result);
     }
     try {
         return std::make_unique<Tarvik_ZipReadStream>(
             unzFile_, readCurrentEntry(unzFile_, fileName_).storedName);
+    } catch (...) {
+        unzCloseCurrentFile(unzFile_);
+        throw;
+    }
+}
+
+// minizip's decryption is compiled out of Debian's build, so the entry is opened raw: minizip
+// hands over the stored bytes, encryption header first, and the stream decrypts and inflates
+// them.
+std::unique_ptr<Tarvik_ZipReadStream> Tarvik_ZipFile::openEncryptedCurrentEntry(
+    const std::string& password) {
+    CurrentEntry entry = readCurrentEntry(unzFile_, fileName_);
+    const unz_file_info& info = entry.info;
+    if (info.compression_method != 0 && info.compression_method != Z_DEFLATED) {
+        throw openingCurrentFileFailed(UNZ_BADZIPFILE);
+    }
+    int result = unzOpenCurrentFile3(unzFile_, nullptr, nullptr, 1, nullptr);
+    if (result != UNZ_OK) {
+        throw openingCurrentFileFailed(result);
+    }
+    try {
+        TVKZipCrypto::Header header{};
+        int count = unzReadCurrentFile(unzFile_, header.data(), header.size());
+        if (count != static_cast<int>(header.size())) {
+            throw openingCurrentFileFailed(count < 0 ? count : UNZ_BADZIPFILE);
+        }
+        TVKZipCrypto cipher(password);
+        if (!cipher.acceptsHeader(header, checkByteOf(info))) {
+            throw openingCurrentFileFailed(Tarvik_ZipErrorWrongPassword);
+        }
+        return std::make_unique<Tarvik_ZipReadStream>(
+            unzFile_, entry.storedName,
+            std::make_unique<TVKZipEntryDecrypter>(cipher, info.compression_method == Z_DEFLATED,
+                                                   info.uncompressed_size,
+                                                   static_cast<std::uint32_t>(info.crc)));
     } catch (...) {
         unzCloseCurrentFile(unzFile_);
         throw;

@@ -13,4 +13,8 @@ void setMainBundleInfo(Dictionary info) {
     Runtime::current().platform().setMainBundleInfo(std::move(info));
 }
 
+void setUserLocation(double latitude, double longitude) {
+    Runtime::current().platform().device().setUserLocation({latitude, longitude});
+}
+
 }  // namespace tarvik

@@ -4,6 +4,7 @@
 #include "Platform/Clock.h"
 #include "Platform/Console.h"
 #include "Platform/ConsoleCapture.h"
+#include "Platform/DeviceProbes.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/Folders.h"
 #include "Platform/MainQueue.h"
@@ -27,6 +28,7 @@ class Platform {
     virtual UserDefaultsStore& userDefaults() = 0;
     virtual Console& console() = 0;
     virtual ConsoleCapture& consoleCapture() = 0;
+    virtual DeviceProbes& device() = 0;
 
     // The host application's bundle and the SDK's own.
     virtual Bundle mainBundle() const = 0;

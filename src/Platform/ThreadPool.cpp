@@ -34,6 +34,11 @@ void ThreadPool::waitUntilIdle() {
     changed_.wait(lock, [this] { return tasks_.empty() && running_ == 0; });
 }
 
+bool ThreadPool::waitUntilIdleFor(std::chrono::milliseconds timeout) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, timeout, [this] { return tasks_.empty() && running_ == 0; });
+}
+
 void ThreadPool::work() {
     std::unique_lock lock(mutex_);
     for (;;) {

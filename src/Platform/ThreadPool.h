@@ -2,6 +2,7 @@
 
 #include "Platform/DispatchQueue.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -20,6 +21,8 @@ class ThreadPool : public DispatchQueue {
     void async(std::function<void()> task) override;
     // Blocks until the queue is empty and no task is running.
     void waitUntilIdle();
+    // The same, giving up after `timeout`; true when the pool is idle.
+    bool waitUntilIdleFor(std::chrono::milliseconds timeout);
 
   private:
     void work();

@@ -5,8 +5,16 @@
 #include "Helpers/TVKExceptionHelper.h"
 #include "Helpers/TVKFileHelper.h"
 #include "Helpers/TVKLogger.h"
+#include "Helpers/TVKMemoryManager.h"
+#include "Helpers/TVKSettingsManager.h"
+#include "Models/TVKSubmission.h"
+#include "Platform/JsonValue.h"
 #include "Platform/PathUtilities.h"
 #include "Platform/Runtime.h"
+#include "Public/DebugConsole.h"
+
+#include <charconv>
+#include <cstdlib>
 
 namespace tarvik {
 
@@ -31,10 +39,14 @@ Tarvik& Tarvik::sharedInstance() {
 
 void Tarvik::registerObservers() {
     // The singleton lives as long as the runtime, so it never unregisters. The capture-session
-    // and copy-files observers join this list with the reporter and the submissions.
+    // observer joins this list with the reporter.
     NotificationCenter& center = Runtime::current().notificationCenter();
     center.addObserver(TarvikNotificationShouldLaunchIssueSubmission,
                        [this](const Notification&) { launchIssueSubmission(); });
+    center.addObserver(TarvikNotificationDidCallToCopyAllFiles,
+                       [this](const Notification& notification) {
+                           didCallToCopyAllFiles(notification.objectAs<TVKSubmission>());
+                       });
 }
 
 Tarvik& Tarvik::startWithAPIKey(const std::optional<std::string>& apiKey) {
@@ -71,8 +83,9 @@ Tarvik& Tarvik::startWithAPIKey(const std::optional<std::string>& apiKey,
         Runtime::current().console().writeLine(banner);
         TVKLogger::logMessage(banner);
     }
-    // The event configuration timer, memory watching and the retry manager start here, in
-    // that order, as each lands.
+    // The event configuration timer starts here, before memory watching, once it lands.
+    TVKMemoryManager::beginWatchingMemory();
+    // The retry manager starts here, after memory watching, once it lands.
     return tarvik;
 }
 
@@ -80,6 +93,15 @@ void Tarvik::logMessage(const std::string& message, std::int64_t level, const ch
                         const char* function, std::int32_t line) {
     TVKLogger::logDebugMessage(message, level, lastPathComponent(file ? file : ""), line,
                                function ? function : "");
+}
+
+void Tarvik::didCallToCopyAllFiles(const std::shared_ptr<TVKSubmission>& submission) {
+    if (!submission) {
+        return;
+    }
+    for (const std::string& url : attachments()) {
+        submission->attachFileFromUrl(url);
+    }
 }
 
 void Tarvik::setProcessType(TarvikProcessType processType) {
@@ -136,6 +158,161 @@ void Tarvik::launchIssueSubmission() {
         submissionDialogStartDate_ = Runtime::current().clock().mediaTime();
     }
     // The screenshot, the report session, the screenshot editor and its window follow here.
+}
+
+void Tarvik::setUserProperty(const std::string& key, const std::optional<std::string>& value) {
+    std::lock_guard lock(mutex_);
+    if (value) {
+        userProperties_[key] = *value;
+    } else {
+        userProperties_.erase(key);
+    }
+}
+
+void Tarvik::setUserIdentifier(const std::optional<std::string>& identifier) {
+    setUserProperty(TarvikUserPropertyIdentifierKey, identifier);
+}
+
+void Tarvik::setUsername(const std::optional<std::string>& username) {
+    setUserProperty(TarvikUserPropertyUsernameKey, username);
+}
+
+void Tarvik::setUserFullName(const std::optional<std::string>& fullName) {
+    setUserProperty(TarvikUserPropertyFullNameKey, fullName);
+}
+
+void Tarvik::setUserEmail(const std::optional<std::string>& email) {
+    setUserProperty(TarvikUserPropertyEmailKey, email);
+    TVKSettingsManager::setUserEmail(email);
+}
+
+void Tarvik::clearUserInformation() {
+    setUserIdentifier(std::nullopt);
+    setUsername(std::nullopt);
+    setUserFullName(std::nullopt);
+    setUserEmail(std::nullopt);
+}
+
+void Tarvik::setMetadataValue(const std::optional<std::string>& key, std::optional<Value> value) {
+    if (!key) {
+        throw ParameterAssertionError("key");
+    }
+    std::lock_guard lock(mutex_);
+    if (value) {
+        metadata_[*key] = std::move(*value);
+    } else {
+        metadata_.erase(*key);
+    }
+}
+
+void Tarvik::setDictionary(const std::optional<Dictionary>& dictionary,
+                           const std::optional<std::string>& key) {
+    if (!key) {
+        throw ParameterAssertionError("key");
+    }
+    if (!dictionary) {
+        setMetadataValue(key, std::nullopt);
+        return;
+    }
+    std::optional<std::string> text = json::compactText(Value(*dictionary));
+    if (!text) {
+        // Dates and data have no JSON form: the property is left as it was.
+        logToConsoleIfDebug("Tarvik Error -- FAILED to serialise dictionary as JSON for key: " +
+                            *key);
+        return;
+    }
+    setMetadataValue(key, Value(*text));
+}
+
+void Tarvik::setString(const std::optional<std::string>& value,
+                       const std::optional<std::string>& key) {
+    setMetadataValue(key, value ? std::optional<Value>(*value) : std::nullopt);
+}
+
+void Tarvik::setIntValue(std::int64_t value, const std::optional<std::string>& key) {
+    setMetadataValue(key, Value(value));
+}
+
+void Tarvik::setBoolValue(bool value, const std::optional<std::string>& key) {
+    setMetadataValue(key, Value(value));
+}
+
+void Tarvik::setFloatValue(float value, const std::optional<std::string>& key) {
+    // Kept as the double nearest the float's own shortest text, so 1.1f is sent as 1.1.
+    char text[32];
+    auto end = std::to_chars(text, text + sizeof text, value).ptr;
+    setMetadataValue(key, Value(std::strtod(std::string(text, end).c_str(), nullptr)));
+}
+
+Dictionary Tarvik::createTarvikProperties() {
+    std::optional<std::string> sdkVersion = version();
+    double now = Runtime::current().clock().mediaTime();
+    std::lock_guard lock(mutex_);
+    Dictionary properties = userProperties_;
+    if (userComments_) {
+        properties[TarvikUserPropertyCommentsKey] = *userComments_;
+    }
+    if (apiKey_) {
+        properties["apiKey"] = *apiKey_;
+    }
+    if (sdkVersion) {
+        properties[TarvikUserPropertyVersionKey] = *sdkVersion;
+    }
+    // The session counts from the SDK's creation, less the time spent in the reporter.
+    sessionLength_ = (now - tarvikStartDate_) - totalTimeInSubmissionDialog_;
+    properties[TarvikUserPropertySessionLength] = sessionLength_;
+    return properties;
+}
+
+bool Tarvik::addAttachmentWithFileUrl(const std::optional<std::string>& fileUrl) {
+    if (!fileUrl) {
+        throw ParameterAssertionError("fileUrl");
+    }
+    if (TVKFileHelper::fileSizeTooBig(*fileUrl)) {
+        return false;
+    }
+    std::lock_guard lock(mutex_);
+    attachments_.insert(*fileUrl);
+    return true;
+}
+
+void Tarvik::removeAttachmentWithFileUrl(const std::optional<std::string>& fileUrl) {
+    if (!fileUrl) {
+        throw ParameterAssertionError("fileUrl");
+    }
+    std::lock_guard lock(mutex_);
+    attachments_.erase(*fileUrl);
+}
+
+void Tarvik::clearAttachments() {
+    std::lock_guard lock(mutex_);
+    attachments_.clear();
+}
+
+void Tarvik::startTrackingTimeForKey(const std::string& key) {
+    double now = Runtime::current().clock().mediaTime();
+    std::lock_guard lock(mutex_);
+    userTimestampsDictionary_[key] = Array{now};
+}
+
+void Tarvik::stopTrackingTimeForKey(const std::string& key) {
+    double now = Runtime::current().clock().mediaTime();
+    std::lock_guard lock(mutex_);
+    auto running = userTimestampsDictionary_.find(key);
+    if (running == userTimestampsDictionary_.end()) {
+        return;
+    }
+    const Array* start = running->second.asArray();
+    if (start && !start->empty()) {
+        userElapsedTimesDictionary_[key] = now - start->front().doubleValue();
+    }
+    userTimestampsDictionary_.erase(running);
+}
+
+void Tarvik::incrementTimeSpentSubmittingIssue() {
+    double now = Runtime::current().clock().mediaTime();
+    std::lock_guard lock(mutex_);
+    totalTimeInSubmissionDialog_ += now - submissionDialogStartDate_;
 }
 
 std::optional<std::string> Tarvik::version() const {

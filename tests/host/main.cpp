@@ -1,8 +1,15 @@
 // A host application for tests of what is process-wide (console capture, the uncaught-exception
-// handler): it starts the SDK and then plays the scenario named by its first argument.
+// handler) and of what the SDK leaves on disk (queued submissions): it starts the SDK and then
+// plays the scenario named by its first argument.
 
 #include <tarvik/Host.h>
 #include <tarvik/Tarvik.h>
+
+#include "Helpers/TVKLogger.h"
+#include "Models/TVKEventSubmission.h"
+#include "Platform/Runtime.h"
+
+#include <fmt/format.h>
 
 #include <chrono>
 #include <cstdio>
@@ -10,6 +17,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <unistd.h>
 
@@ -38,11 +46,53 @@ void burst(int lines) {
         writeAll(STDOUT_FILENO, "out line " + std::string(i % 50, 'x') + " end\n");
         writeAll(STDERR_FILENO, "ERR LINE " + std::string(i % 70, 'Y') + " END\n");
     }
-    // Large writes, bigger than a pipe's atomic size, and text without a final newline.
-    writeAll(STDOUT_FILENO, std::string(300000, 'z'));
-    writeAll(STDERR_FILENO, std::string(200000, 'Q'));
+    // Writes far bigger than a pipe's atomic size, and text without a final newline.
+    writeAll(STDOUT_FILENO, std::string(30000, 'z'));
+    writeAll(STDERR_FILENO, std::string(20000, 'Q'));
     std::printf("stdio text without newline");
     std::fprintf(stderr, "STDIO ERROR TEXT");
+}
+
+// `count` events recorded and queued as the SDK does it, with the session's user properties and
+// the host's custom properties saved beside each; prints each identifier on a line.
+int queueEvents(int count) {
+    tarvik::Tarvik& sdk = tarvik::Tarvik::sharedInstance();
+    sdk.setString("gold", "plan");
+    sdk.setIntValue(3, "cart_items");
+    sdk.setUserIdentifier("user-42");
+    // Something in each of the three logs, as a session that ran a while has: a tracked
+    // interaction, a debug record and console output (delivered before the logs are copied).
+    tarvik::TVKLogger::logMessage("tapped checkout");
+    TARVIK_LOG(1, "queueing {} events", count);
+    std::fprintf(stderr, "host: queueing %d events\n", count);
+    std::fflush(stderr);
+    tarvik::Runtime::current().platform().consoleCapture().flush();
+
+    std::vector<std::shared_ptr<tarvik::TVKEventSubmission>> events;
+    // Counted on the main thread; shared, since a gathering that is late outlives this call.
+    auto gathered = std::make_shared<int>(0);
+    for (int i = 0; i < count; ++i) {
+        auto event = tarvik::TVKEventSubmission::create();
+        event->saveEventSubmissionData({{"message", fmt::format("event {}", i)},
+                                        {"index", i},
+                                        {"checkout", tarvik::Dictionary{{"step", "payment"}}}});
+        event->saveMetadata(sdk.metadata());
+        event->saveUserProperties(sdk.createTarvikProperties());
+        event->copyAllFilesWithCompletionHandler([gathered](auto) {
+            tarvik::Runtime::current().mainQueue().async([gathered] { ++*gathered; });
+        });
+        events.push_back(event);
+    }
+    tarvik::runMainLoop(30, [&] { return *gathered == count; });
+    if (*gathered != count) {
+        std::fprintf(stderr, "only %d of %d submissions gathered their files\n", *gathered, count);
+        return 1;
+    }
+    for (const auto& event : events) {
+        event->setSubmissionStatus(tarvik::TVKSubmissionStatusQueued);
+        std::printf("%s\n", event->uuid().c_str());
+    }
+    return 0;
 }
 
 void announceThrow() {
@@ -66,6 +116,9 @@ int main(int argc, char** argv) {
     if (scenario == "burst") {
         burst(argc > 2 ? std::atoi(argv[2]) : 2000);
         return 0;
+    }
+    if (scenario == "queue-events") {
+        return queueEvents(argc > 2 ? std::atoi(argv[2]) : 1);
     }
     if (scenario == "unicode") {
         writeAll(STDOUT_FILENO, "caf\xC3\xA9 \xF0\x9F\x98\x80 na\xC3\xAFve\n");

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <sstream>
+
 namespace tarvik::testsupport {
 
 namespace {
@@ -26,7 +28,8 @@ with zipfile.ZipFile(sys.argv[1]) as archive:
     for info in archive.infolist():
         raw = info.orig_filename.encode('utf-8' if info.flag_bits & 0x800 else 'cp437')
         readable = password or not info.flag_bits & 1
-        entries.append({'name': raw.hex(), 'method': info.compress_type, 'flags': info.flag_bits,
+        entries.append({'name': raw.hex(), 'shown': info.filename.encode().hex(),
+                        'method': info.compress_type, 'flags': info.flag_bits,
                         'length': info.file_size, 'size': info.compress_size, 'crc': info.CRC,
                         'date': list(info.date_time),
                         'contents': archive.read(info, pwd=password).hex() if readable else ''})
@@ -51,6 +54,8 @@ std::vector<PythonZipEntry> readZipWithPython(const std::string& archive,
         PythonZipEntry entry;
         Data name = fromHex(item["name"]);
         entry.name.assign(name.begin(), name.end());
+        Data shown = fromHex(item["shown"]);
+        entry.shownName.assign(shown.begin(), shown.end());
         entry.method = item["method"];
         entry.flags = item["flags"];
         entry.length = item["length"];
@@ -63,10 +68,39 @@ std::vector<PythonZipEntry> readZipWithPython(const std::string& archive,
     return entries;
 }
 
-void expectUnzipTestPasses(const std::string& archive) {
-    CommandResult result = runCommand("unzip -t " + shellQuoted(archive));
+namespace {
+
+std::string passwordOption(const std::string& password) {
+    return password.empty() ? "" : "-P " + shellQuoted(password) + " ";
+}
+
+}  // namespace
+
+void expectUnzipTestPasses(const std::string& archive, const std::string& password) {
+    CommandResult result =
+        runCommand("unzip -t " + passwordOption(password) + shellQuoted(archive));
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_NE(result.output.find("No errors detected"), std::string::npos) << result.output;
+}
+
+void extractWithUnzip(const std::string& archive, const std::string& folder,
+                      const std::string& password) {
+    CommandResult result = runCommand("unzip -q -o " + passwordOption(password) +
+                                      shellQuoted(archive) + " -d " + shellQuoted(folder));
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+}
+
+std::vector<std::string> listNamesWithUnzip(const std::string& archive) {
+    // Without the UTF-8 flag, unzip reads the name of an entry marked as made on MS-DOS (as
+    // minizip marks them) as code page 437 text, and prints it garbled.
+    CommandResult result = runCommand("LC_ALL=C.UTF-8 unzip -Z1 " + shellQuoted(archive));
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    std::vector<std::string> names;
+    std::istringstream lines(result.output);
+    for (std::string line; std::getline(lines, line);) {
+        names.push_back(line);
+    }
+    return names;
 }
 
 }  // namespace tarvik::testsupport

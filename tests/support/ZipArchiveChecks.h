@@ -10,8 +10,9 @@ namespace tarvik::testsupport {
 
 // One entry of an archive as Python's zipfile reads it.
 struct PythonZipEntry {
-    std::string name;  // the stored bytes
-    int method = -1;   // 0 stored, 8 deflated
+    std::string name;       // the stored bytes
+    std::string shownName;  // the name Python decodes from them, as UTF-8
+    int method = -1;        // 0 stored, 8 deflated
     unsigned flags = 0;
     std::uint64_t length = 0;  // uncompressed
     std::uint64_t size = 0;    // compressed
@@ -25,7 +26,16 @@ struct PythonZipEntry {
 std::vector<PythonZipEntry> readZipWithPython(const std::string& archive,
                                               const std::string& password = "");
 
-// Checks the archive with `unzip -t`, which tests every entry's CRC.
-void expectUnzipTestPasses(const std::string& archive);
+// Checks the archive with `unzip -t`, which tests every entry's CRC; encrypted entries are
+// decrypted with the password.
+void expectUnzipTestPasses(const std::string& archive, const std::string& password = "");
+
+// Extracts every entry with `unzip` into `folder`, decrypting with the password; a failure is
+// reported to GoogleTest.
+void extractWithUnzip(const std::string& archive, const std::string& folder,
+                      const std::string& password = "");
+
+// The entry names as `unzip -Z1` prints them in a UTF-8 locale, one per entry.
+std::vector<std::string> listNamesWithUnzip(const std::string& archive);
 
 }  // namespace tarvik::testsupport

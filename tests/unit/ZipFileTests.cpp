@@ -17,12 +17,15 @@
 #include <random>
 
 #include <sys/mman.h>
+#include <zlib.h>
 
 namespace tarvik {
 namespace {
 
 using testing::TestRuntime;
 using testsupport::expectUnzipTestPasses;
+using testsupport::extractWithUnzip;
+using testsupport::listNamesWithUnzip;
 using testsupport::PythonZipEntry;
 using testsupport::ReadOnlyFolder;
 using testsupport::readZipWithPython;
@@ -82,17 +85,36 @@ struct EntryToWrite {
     std::int32_t level;
 };
 
-// Writes each entry in several pieces, so that consecutive writes into one entry are covered.
+std::uint32_t crcOf(const Data& bytes) {
+    return static_cast<std::uint32_t>(crc32_z(0, bytes.data(), bytes.size()));
+}
+
+// Writes in several pieces, so that consecutive writes into one entry are covered.
+void writeInPieces(Tarvik_ZipWriteStream& stream, const Data& contents) {
+    for (size_t offset = 0; offset < contents.size(); offset += 1000) {
+        size_t length = std::min<size_t>(1000, contents.size() - offset);
+        stream.writeData(std::span(contents).subspan(offset, length));
+    }
+    stream.finishedWriting();
+}
+
 void writeArchive(const std::string& path, const std::vector<EntryToWrite>& entries,
                   std::int32_t mode = Tarvik_ZipFileModeCreate) {
     Tarvik_ZipFile archive(path, mode);
     for (const EntryToWrite& entry : entries) {
-        auto stream = archive.writeFileInZipWithName(entry.name, entry.level);
-        for (size_t offset = 0; offset < entry.contents.size(); offset += 1000) {
-            size_t length = std::min<size_t>(1000, entry.contents.size() - offset);
-            stream->writeData(std::span(entry.contents).subspan(offset, length));
-        }
-        stream->finishedWriting();
+        writeInPieces(*archive.writeFileInZipWithName(entry.name, entry.level), entry.contents);
+    }
+    archive.close();
+}
+
+void writeEncryptedArchive(const std::string& path, const std::vector<EntryToWrite>& entries,
+                           const std::string& password) {
+    Tarvik_ZipFile archive(path, Tarvik_ZipFileModeCreate);
+    for (const EntryToWrite& entry : entries) {
+        writeInPieces(
+            *archive.writeFileInZipWithName(entry.name, Date(std::chrono::seconds(1767323046)),
+                                            entry.level, password, crcOf(entry.contents)),
+            entry.contents);
     }
     archive.close();
 }
@@ -111,6 +133,11 @@ Data readToEnd(Tarvik_ZipReadStream& stream) {
 Data readEntry(Tarvik_ZipFile& archive, const std::string& name) {
     EXPECT_TRUE(archive.locateFileInZip(name)) << name;
     return readToEnd(*archive.readCurrentFileInZip());
+}
+
+Data readEntry(Tarvik_ZipFile& archive, const std::string& name, const std::string& password) {
+    EXPECT_TRUE(archive.locateFileInZip(name)) << name;
+    return readToEnd(*archive.readCurrentFileInZipWithPassword(password));
 }
 
 // Runs `operation`, which must throw a Tarvik_ZipException with exactly `reason`.
@@ -229,39 +256,6 @@ TEST(ZipFileWrite, EntryDatesAreLocalCalendarTime) {
     archive.close();
 }
 
-// Debian's minizip 1.1 reads zlib's 32-bit CRC table through an `unsigned long` pointer, so on
-// 64-bit systems the keys it derives are not the standard ones: `unzip` and Python reject the
-// password of what it encrypts. What can be checked is that the entry is flagged, carries the
-// 12-byte encryption header and the given CRC, and does not show its contents.
-TEST(ZipFileWrite, EncryptedEntryIsFlaggedAndHidesItsContents) {
-    TestRuntime test;
-    std::string path = test.root() + "/secret.zip";
-    const std::string contents = "123456789";
-    const std::uint64_t crcOfContents = 0xCBF43926;  // the CRC-32 check value of "123456789"
-    {
-        Tarvik_ZipFile archive(path, Tarvik_ZipFileModeCreate);
-        auto stream = archive.writeFileInZipWithName("digits.txt", utc(1767323046), 0, "secret",
-                                                     crcOfContents);
-        stream->writeData(bytesOf(contents));
-        stream->finishedWriting();
-        archive.close();
-    }
-    std::vector<PythonZipEntry> seen = readZipWithPython(path);
-    ASSERT_EQ(seen.size(), 1u);
-    EXPECT_EQ(seen[0].flags & 1, 1u);
-    EXPECT_EQ(seen[0].size, 9u + 12u);
-    EXPECT_EQ(seen[0].crc, crcOfContents);
-    EXPECT_EQ(textOf(readFile(path)).find(contents), std::string::npos);
-
-    Tarvik_ZipFile archive(path, Tarvik_ZipFileModeUnzip);
-    Tarvik_FileInZipInfo info = archive.listFileInZipInfos().at(0);
-    EXPECT_TRUE(info.crypted());
-    EXPECT_EQ(info.length(), 9u);
-    EXPECT_EQ(info.size(), 9u + 12u);
-    EXPECT_EQ(info.crc32(), crcOfContents);
-    archive.close();
-}
-
 TEST(ZipFileWrite, AppendModeAddsToAnExistingArchive) {
     TestRuntime test;
     std::string path = test.root() + "/grown.zip";
@@ -306,6 +300,49 @@ TEST(ZipFileWrite, WriteDataPassesTheLow32BitsOfItsLength) {
     std::vector<PythonZipEntry> seen = readZipWithPython(path);
     ASSERT_EQ(seen.size(), 1u);
     EXPECT_EQ(textOf(seen[0].contents), "hello");
+}
+
+// Names that are not plain ASCII carry the UTF-8 flag, so that other tools decode them as UTF-8
+// rather than as code page 437. Bytes that are not UTF-8 at all have no encoding to declare.
+TEST(ZipFileWrite, NonAsciiNamesAreFlaggedAsUtf8) {
+    TestRuntime test;
+    std::string path = test.root() + "/names.zip";
+    const std::string notes = "Notes \u00FCn\u00EFcode.txt";  // UTF-8, as the compiler encodes it
+    const std::string sharpS = "gro\u00DF.txt";
+    {
+        Tarvik_ZipFile archive(path, Tarvik_ZipFileModeCreate);
+        writeInPieces(*archive.writeFileInZipWithName(notes, 9), bytesOf("notes"));
+        writeInPieces(*archive.writeFileInZipWithName(kCafeDecomposed, 0), bytesOf("cafe"));
+        writeInPieces(*archive.writeFileInZipWithName("plain.txt", 9), bytesOf("plain"));
+        writeInPieces(
+            *archive.writeFileInZipWithName(sharpS, utc(0), 9, "pw", crcOf(bytesOf("locked"))),
+            bytesOf("locked"));
+        writeInPieces(*archive.writeFileInZipWithName("latin1 \xE9.bin", 0), bytesOf("bytes"));
+        archive.close();
+    }
+
+    const std::vector<std::string> names = {notes, kCafeDecomposed, "plain.txt", sharpS};
+    std::vector<PythonZipEntry> seen = readZipWithPython(path, "pw");
+    ASSERT_EQ(seen.size(), names.size() + 1);
+    for (size_t i = 0; i < names.size(); ++i) {
+        SCOPED_TRACE(names[i]);
+        EXPECT_EQ(seen[i].shownName, names[i]);
+        EXPECT_EQ((seen[i].flags & 0x800) != 0, names[i] != "plain.txt");
+    }
+    EXPECT_EQ(seen[3].flags & 1, 1u);
+    EXPECT_EQ(textOf(seen[3].contents), "locked");
+    EXPECT_EQ(seen[4].name, "latin1 \xE9.bin");
+    EXPECT_EQ(seen[4].flags & 0x800, 0u);
+
+    std::vector<std::string> listed = listNamesWithUnzip(path);
+    ASSERT_EQ(listed.size(), names.size() + 1);
+    EXPECT_EQ(std::vector<std::string>(listed.begin(), listed.begin() + 4), names);
+
+    Tarvik_ZipFile archive(path, Tarvik_ZipFileModeUnzip);
+    EXPECT_EQ(textOf(readEntry(archive, notes)), "notes");
+    EXPECT_EQ(textOf(readEntry(archive, kCafeComposed)), "cafe");
+    EXPECT_EQ(textOf(readEntry(archive, sharpS, "pw")), "locked");
+    archive.close();
 }
 
 // ----------------------------------------------------------------------------------------------
@@ -379,9 +416,9 @@ TEST(ZipFileRead, ListsAndReadsAnArchiveMadeByTheZipCommand) {
         EXPECT_EQ(infos[i].crc32(), seen[i].crc);
         EXPECT_EQ(infos[i].level(), levels[i]);
         EXPECT_EQ(infos[i].crypted(), names[i] == "locked.txt");
-        if (!infos[i].crypted()) {
-            EXPECT_EQ(readEntry(archive, names[i]), repetitiveText(40));
-        }
+        EXPECT_EQ(infos[i].crypted() ? readEntry(archive, names[i], "secret")
+                                     : readEntry(archive, names[i]),
+                  repetitiveText(40));
     }
     archive.close();
 }
@@ -411,47 +448,6 @@ with zipfile.ZipFile(sys.argv[1], 'w') as archive:
         EXPECT_FALSE(archive.locateFileInZip("cafe.txt"));
         archive.close();
     }
-}
-
-// Debian's minizip is built without decryption: it refuses every password, right or wrong,
-// when the entry is opened. Without one, the encrypted bytes are read as they are: a stored
-// entry fails the CRC check on closing, a deflated one fails to inflate.
-TEST(ZipFileRead, EncryptedEntriesCannotBeDecrypted) {
-    TestRuntime test;
-    writeFile(test.root() + "/stored.txt", repetitiveText(40));
-    writeFile(test.root() + "/deflated.txt", repetitiveText(40));
-    runInFolder(test.root(),
-                "zip -q -0 -P secret locked.zip stored.txt && "
-                "zip -q -9 -P secret locked.zip deflated.txt");
-    std::string path = test.root() + "/locked.zip";
-    Tarvik_ZipFile archive(path, Tarvik_ZipFileModeUnzip);
-
-    ASSERT_TRUE(archive.locateFileInZip("stored.txt"));
-    for (const char* password : {"secret", "wrong"}) {
-        expectZipException([&] { archive.readCurrentFileInZipWithPassword(password); },
-                           "Error in opening current file in '" + path + "'", -102);
-    }
-
-    auto stored = archive.readCurrentFileInZip();
-    Data garbage = stored->readDataOfLength(100000);
-    EXPECT_EQ(garbage.size(), repetitiveText(40).size());
-    EXPECT_NE(garbage, repetitiveText(40));
-    EXPECT_TRUE(stored->readDataOfLength(100).empty());
-    expectZipException([&] { stored->finishedReading(); },
-                       "Error in closing 'stored.txt' in the zipfile", -105);  // bad CRC
-
-    // The garbage almost always fails to inflate; once in a while it inflates to something
-    // that fails the CRC check, or that ends early and is not checked. It never reads as the
-    // text.
-    ASSERT_TRUE(archive.locateFileInZip("deflated.txt"));
-    try {
-        EXPECT_NE(readToEnd(*archive.readCurrentFileInZip()), repetitiveText(40));
-    } catch (const Tarvik_ZipException& exception) {
-        EXPECT_THAT(exception.reason(),
-                    ::testing::AnyOf("Error in reading 'deflated.txt' in the zipfile",
-                                     "Error in closing 'deflated.txt' in the zipfile"));
-    }
-    archive.close();
 }
 
 // minizip looks for the archive's end record everywhere but at offset 0, which is exactly where
@@ -512,6 +508,190 @@ TEST(ZipFileRead, GoingToTheFirstOfNoEntriesOnlyWritesToTheConsole) {
     EXPECT_EQ(test.consoleLines(),
               std::vector<std::string>{"Error in going to first file in zip in '" + path + "'"});
     archive.close();
+}
+
+// ----------------------------------------------------------------------------------------------
+
+// Password entries are checked against the common tools, which implement the traditional cipher
+// independently: entries written here must open in them, theirs must open here.
+
+TEST(ZipFilePassword, EntriesWrittenHereOpenInUnzipPythonAndHere) {
+    TestRuntime test;
+    std::string path = test.root() + "/locked.zip";
+    const std::string password = "s3cret p\xC3\xA4ss";
+    const std::vector<EntryToWrite> written = {
+        {"empty-stored", {}, 0},
+        {"empty-deflated", {}, 9},
+        {"stored.bin", randomBytes(200 * 1024, 3), 0},
+        {"best.txt", repetitiveText(4500), 9},
+        {"fastest.bin", randomBytes(200 * 1024, 4), 1},
+        {"default.txt", repetitiveText(100), -1},
+    };
+    writeEncryptedArchive(path, written, password);
+
+    std::vector<PythonZipEntry> seen = readZipWithPython(path, password);
+    ASSERT_EQ(seen.size(), written.size());
+    for (size_t i = 0; i < written.size(); ++i) {
+        SCOPED_TRACE(written[i].name);
+        EXPECT_EQ(seen[i].flags & 1, 1u);
+        EXPECT_EQ(seen[i].method, written[i].level == 0 ? 0 : 8);
+        EXPECT_EQ(seen[i].crc, crcOf(written[i].contents));
+        EXPECT_EQ(seen[i].contents, written[i].contents);
+    }
+    EXPECT_EQ(seen[0].size, 12u);  // the encryption header alone
+    EXPECT_EQ(seen[2].size, 200u * 1024 + 12);
+    EXPECT_LT(seen[3].size, seen[3].length / 4);
+
+    expectUnzipTestPasses(path, password);
+    std::string extracted = test.root() + "/extracted";
+    extractWithUnzip(path, extracted, password);
+    for (const EntryToWrite& entry : written) {
+        EXPECT_EQ(readFile(extracted + "/" + entry.name), entry.contents) << entry.name;
+    }
+
+    // Encrypted, the stored data no longer appears in the file.
+    Data file = readFile(path);
+    const Data& stored = written[2].contents;
+    EXPECT_EQ(std::search(file.begin(), file.end(), stored.begin() + 1000, stored.begin() + 1064),
+              file.end());
+
+    Tarvik_ZipFile archive(path, Tarvik_ZipFileModeUnzip);
+    std::vector<Tarvik_FileInZipInfo> infos = archive.listFileInZipInfos();
+    ASSERT_EQ(infos.size(), written.size());
+    const std::vector<std::int32_t> levels = {0, 9, 0, 9, 1, -1};
+    for (size_t i = 0; i < infos.size(); ++i) {
+        SCOPED_TRACE(written[i].name);
+        EXPECT_TRUE(infos[i].crypted());
+        EXPECT_EQ(infos[i].level(), levels[i]);
+        EXPECT_EQ(infos[i].length(), written[i].contents.size());
+        EXPECT_EQ(readEntry(archive, written[i].name, password), written[i].contents);
+    }
+    archive.close();
+}
+
+// The zip command sets the data-descriptor flag on password entries, so their headers are
+// checked against the entry's time rather than its CRC.
+TEST(ZipFilePassword, ReadsEntriesOfTheZipCommand) {
+    TestRuntime test;
+    writeFile(test.root() + "/text.txt", repetitiveText(40));
+    writeFile(test.root() + "/random.bin", randomBytes(200 * 1024, 5));
+    runInFolder(test.root(),
+                "zip -q -0 -P secret stored.zip text.txt random.bin && "
+                "zip -q -9 -P secret deflated.zip text.txt random.bin && "
+                "zip -q plain.zip text.txt");
+    for (const char* file : {"stored.zip", "deflated.zip"}) {
+        SCOPED_TRACE(file);
+        std::string path = test.root() + "/" + file;
+        std::vector<PythonZipEntry> seen = readZipWithPython(path, "secret");
+        ASSERT_EQ(seen.size(), 2u);
+        for (const PythonZipEntry& entry : seen) {
+            EXPECT_EQ(entry.flags & 9, 9u);  // encrypted, data descriptor
+        }
+        EXPECT_EQ(seen[0].method, file == std::string("stored.zip") ? 0 : 8);
+
+        Tarvik_ZipFile archive(path, Tarvik_ZipFileModeUnzip);
+        EXPECT_EQ(readEntry(archive, "text.txt", "secret"), repetitiveText(40));
+        EXPECT_EQ(readEntry(archive, "random.bin", "secret"), randomBytes(200 * 1024, 5));
+        archive.close();
+    }
+
+    // An entry without encryption needs no password, and any given is ignored.
+    Tarvik_ZipFile archive(test.root() + "/plain.zip", Tarvik_ZipFileModeUnzip);
+    EXPECT_EQ(readEntry(archive, "text.txt", "anything"), repetitiveText(40));
+    archive.close();
+}
+
+// The header's check byte refuses 255 in 256 wrong passwords on opening. The others decrypt
+// to garbage, which must fail on reading (it does not inflate) or on finishing (its CRC does not
+// match): tries wrong passwords until both kinds have turned up.
+void expectWrongPasswordsFail(Tarvik_ZipFile& archive, const std::string& name) {
+    bool refused = false;
+    bool slippedThrough = false;
+    for (int i = 0; i < 20000 && !(refused && slippedThrough); ++i) {
+        std::string password = "wrong " + std::to_string(i);
+        ASSERT_TRUE(archive.locateFileInZip(name));
+        std::unique_ptr<Tarvik_ZipReadStream> stream;
+        try {
+            stream = archive.readCurrentFileInZipWithPassword(password);
+        } catch (const Tarvik_ZipException& exception) {
+            EXPECT_EQ(exception.reason(),
+                      "Error in opening current file in '" + archive.fileName() + "'");
+            EXPECT_EQ(exception.error(), Tarvik_ZipErrorWrongPassword);
+            refused = true;
+            continue;
+        }
+        slippedThrough = true;
+        try {
+            Data garbage = readToEnd(*stream);
+            ADD_FAILURE() << "'" << password << "' read " << garbage.size() << " bytes";
+        } catch (const Tarvik_ZipException& exception) {
+            EXPECT_THAT(exception.reason(),
+                        ::testing::AnyOf("Error in reading '" + name + "' in the zipfile",
+                                         "Error in closing '" + name + "' in the zipfile"));
+            EXPECT_NE(exception.error(), 0);
+        }
+    }
+    EXPECT_TRUE(refused);
+    EXPECT_TRUE(slippedThrough);
+}
+
+TEST(ZipFilePassword, WrongPasswordsAreRefusedOrFailTheDataChecks) {
+    TestRuntime test;
+    // Entries written here are checked against their CRC...
+    std::string ours = test.root() + "/ours.zip";
+    writeEncryptedArchive(
+        ours, {{"stored.txt", repetitiveText(40), 0}, {"deflated.txt", repetitiveText(40), 9}},
+        "secret");
+    // ...those of the zip command against their time.
+    writeFile(test.root() + "/text.txt", repetitiveText(40));
+    runInFolder(test.root(), "zip -q -9 -P secret theirs.zip text.txt");
+
+    Tarvik_ZipFile archive(ours, Tarvik_ZipFileModeUnzip);
+    expectWrongPasswordsFail(archive, "stored.txt");
+    expectWrongPasswordsFail(archive, "deflated.txt");
+    EXPECT_EQ(readEntry(archive, "deflated.txt", "secret"), repetitiveText(40));
+    archive.close();
+
+    Tarvik_ZipFile theirs(test.root() + "/theirs.zip", Tarvik_ZipFileModeUnzip);
+    expectWrongPasswordsFail(theirs, "text.txt");
+    theirs.close();
+}
+
+// Read without its password, an encrypted entry gives its encrypted bytes, which fail the CRC
+// check when the entry is finished.
+TEST(ZipFilePassword, WithoutThePasswordTheDataFailsItsCrcCheck) {
+    TestRuntime test;
+    std::string path = test.root() + "/locked.zip";
+    writeEncryptedArchive(path, {{"stored.txt", repetitiveText(40), 0}}, "secret");
+    Tarvik_ZipFile archive(path, Tarvik_ZipFileModeUnzip);
+    ASSERT_TRUE(archive.locateFileInZip("stored.txt"));
+    auto stream = archive.readCurrentFileInZip();
+    // minizip gives as many bytes as the entry's length: the header and most of the data.
+    Data encrypted = stream->readDataOfLength(100000);
+    EXPECT_EQ(encrypted.size(), repetitiveText(40).size());
+    EXPECT_NE(encrypted, repetitiveText(40));
+    expectZipException([&] { stream->finishedReading(); },
+                       "Error in closing 'stored.txt' in the zipfile", -105);
+    archive.close();
+}
+
+// The header's check bytes are made from the CRC given on opening; data with another CRC would
+// make an entry that no password opens cleanly, and finishing it says so.
+TEST(ZipFilePassword, DataThatDoesNotMatchTheGivenCrcFailsOnFinishing) {
+    TestRuntime test;
+    std::string path = test.root() + "/mismatch.zip";
+    Tarvik_ZipFile archive(path, Tarvik_ZipFileModeCreate);
+    auto stream = archive.writeFileInZipWithName("wrong.txt", utc(0), 9, "secret",
+                                                 crcOf(bytesOf("expected")));
+    stream->writeData(bytesOf("written"));
+    expectZipException([&] { stream->finishedWriting(); },
+                       "Error in closing 'wrong.txt' in the zipfile", -105);
+    // The entry was closed all the same, and the archive stays well formed.
+    archive.writeFileInZipWithName("next.txt", 9)->finishedWriting();
+    archive.close();
+    std::vector<PythonZipEntry> seen = readZipWithPython(path);
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].crc, crcOf(bytesOf("expected")));
 }
 
 // ----------------------------------------------------------------------------------------------

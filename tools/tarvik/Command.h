@@ -13,5 +13,7 @@ int settingsCommand(const Arguments& arguments);
 int treeCommand(const Arguments& arguments);
 int zipCommand(const Arguments& arguments);
 int zipListCommand(const Arguments& arguments);
+int queueCommand(const Arguments& arguments);
+int showCommand(const Arguments& arguments);
 
 }  // namespace tarvik::tool

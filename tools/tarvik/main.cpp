@@ -27,6 +27,12 @@ const std::map<std::string, CommandEntry>& commands() {
         {"zip",
          {tarvik::tool::zipCommand,
           "zip SOURCE ARCHIVE  pack one file into a new archive (level 9)"}},
+        {"queue",
+         {tarvik::tool::queueCommand,
+          "queue               list pending submissions with their files"}},
+        {"show",
+         {tarvik::tool::showCommand,
+          "show UUID           print a submission's properties and data as JSON"}},
         {"zip-list",
          {tarvik::tool::zipListCommand, "zip-list ARCHIVE    list an archive's entries"}},
     };

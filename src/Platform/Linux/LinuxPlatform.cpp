@@ -90,7 +90,8 @@ LinuxPlatform::LinuxPlatform()
     : runLoop_(clock_),
       globalQueue_(std::make_unique<ThreadPool>(std::max(2u, std::thread::hardware_concurrency()))),
       defaults_(folders_.configDirectory()),
-      executableDirectory_(std::filesystem::path(executablePath()).parent_path().string()) {
+      executableDirectory_(std::filesystem::path(executablePath()).parent_path().string()),
+      device_([this] { return mainBundle().bundleIdentifier(); }) {
     std::optional<Value> info = plist::readFile(executableDirectory_ + "/Info.plist");
     if (info && info->isDictionary()) {
         infoPlist_ = *info->asDictionary();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Linux/LinuxDeviceProbes.h"
 #include "Platform/Linux/PipeConsoleCapture.h"
 #include "Platform/Platform.h"
 #include "Platform/RunLoop.h"
@@ -60,6 +61,7 @@ class LinuxPlatform : public Platform {
     UserDefaultsStore& userDefaults() override { return defaults_; }
     Console& console() override { return console_; }
     ConsoleCapture& consoleCapture() override { return consoleCapture_; }
+    DeviceProbes& device() override { return device_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -67,6 +69,7 @@ class LinuxPlatform : public Platform {
     void shutDown() override {
         globalQueue_.reset();
         consoleCapture_.stop();
+        device_.stopWatchingMemoryPressure();
     }
 
   private:
@@ -81,6 +84,7 @@ class LinuxPlatform : public Platform {
     std::optional<Dictionary> infoPlist_;  // the Info.plist beside the executable
     mutable std::mutex bundleMutex_;
     Dictionary hostInfo_;
+    LinuxDeviceProbes device_;
 };
 
 }  // namespace tarvik

@@ -112,14 +112,16 @@ void TestingPlatform::setMainBundleInfo(Dictionary info) {
 }
 
 void TestingPlatform::drain() {
-    // Bounded so that a task that keeps queueing itself fails the test instead of hanging it.
-    for (int pass = 0; pass < 100000; ++pass) {
-        globalQueue_->waitUntilIdle();
-        if (!runLoop_.runDueWork() && !runLoop_.hasQueuedTasks()) {
-            globalQueue_->waitUntilIdle();
-            if (!runLoop_.hasQueuedTasks()) {
-                return;
-            }
+    // Background work may wait for the main queue, so the two are served in turns. Bounded in
+    // real time, so that work that never settles fails the test instead of hanging it.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (runLoop_.runDueWork()) {
+            continue;
+        }
+        if (globalQueue_->waitUntilIdleFor(std::chrono::milliseconds(1)) &&
+            !runLoop_.hasQueuedTasks()) {
+            return;
         }
     }
 }

@@ -2,6 +2,7 @@
 
 #include "Platform/Platform.h"
 #include "Platform/RunLoop.h"
+#include "Platform/Testing/FakeDevice.h"
 #include "Platform/ThreadPool.h"
 
 #include <array>
@@ -97,6 +98,7 @@ class TestingPlatform : public Platform {
     UserDefaultsStore& userDefaults() override { return defaults_; }
     Console& console() override { return console_; }
     ConsoleCapture& consoleCapture() override { return consoleCapture_; }
+    DeviceProbes& device() override { return device_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -107,6 +109,7 @@ class TestingPlatform : public Platform {
     RunLoop& runLoop() { return runLoop_; }
     RecordingConsole& recordingConsole() { return console_; }
     ScriptedConsoleCapture& scriptedConsoleCapture() { return consoleCapture_; }
+    FakeDevice& fakeDevice() { return device_; }
     ThreadPool& threadPool() { return *globalQueue_; }
     const std::string& root() const { return root_; }
 
@@ -125,6 +128,7 @@ class TestingPlatform : public Platform {
     MemoryDefaultsStore defaults_;
     RecordingConsole console_;
     ScriptedConsoleCapture consoleCapture_;
+    FakeDevice device_;
     mutable std::mutex bundleMutex_;
     Dictionary mainBundleInfo_;
 };

@@ -1,0 +1,12 @@
+#pragma once
+
+namespace tarvik {
+
+// Notifications the operating system posts on the SDK's notification centre, under the names
+// the phone's system uses. A desktop host may post them itself.
+
+// The system is short of memory. Posted on the main queue.
+inline constexpr const char* UIApplicationDidReceiveMemoryWarningNotification =
+    "UIApplicationDidReceiveMemoryWarningNotification";
+
+}  // namespace tarvik
