@@ -12,6 +12,11 @@
 #     process start and exit (no shell in between); the driver's also includes starting the
 #     SDK, which is timed on its own as well so that the gathering's share shows.
 #
+# Every folder is made under $TMPDIR (default /tmp). Creating files is most of the work on both
+# sides, so the file system shows through: ext4 without a journal, for one, passes over inodes
+# deleted in the last minutes when it allocates, so loops that create and delete files slow
+# down with the disk's recent history. TMPDIR=/dev/shm times the same work on a RAM file system.
+#
 # Usage: bench/compare_gather.sh BUILD_FOLDER
 #   BUILD_FOLDER holds an optimised build with the SubmissionBench and GatherDriver targets, e.g.
 #   cmake -S . -B build/subbench -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF
@@ -41,24 +46,30 @@ runs = {b["name"]: b for b in json.load(open(sys.argv[1]))["benchmarks"]}
 for run in runs.values():
     if run.get("error_occurred"):
         sys.exit(f"{run['name']}: {run['error_message']}")
-def microseconds(run):
-    scale = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}[run["time_unit"]]
-    return run["real_time"] * scale
-gather = microseconds(runs["GatherEventFiles/real_time"])
-floor = microseconds(runs["CopyFilesFloor/real_time"])
-print(f"gathering one submission:       {gather:10.1f} us")
-print(f"copy_file of the same 14 files: {floor:10.1f} us")
-print(f"gathering / copy floor:         {gather / floor:10.2f}")
+def microseconds(run, key="real_time", unit=None):
+    scale = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}[unit or run["time_unit"]]
+    return run[key] * scale
+gather = runs["GatherEventFiles/process_time/real_time"]
+floor = runs["CopyFilesFloor/process_time/real_time"]
+print("                                  wall time    process CPU time")
+for label, run in (("gathering one submission:", gather),
+                   ("copy_file of the same 14 files:", floor)):
+    print(f"{label:32} {microseconds(run):9.1f} us  {microseconds(run, 'cpu_time'):9.1f} us")
+print(f"{'gathering / copy floor:':32} {microseconds(gather) / microseconds(floor):9.2f}     "
+      f"{microseconds(gather, 'cpu_time') / microseconds(floor, 'cpu_time'):9.2f}")
 print()
 for count in (100, 1000, 10000):
     scan = runs[f"ScanQueuedEvents/{count}"]
-    total = microseconds(scan) / 1000
-    print(f"scan of {count:>5} queued folders:  {total:10.2f} ms  "
-          f"({total * 1000 / count:6.2f} us a folder)")
+    wall, cpu = microseconds(scan) / 1000, microseconds(scan, "cpu_time") / 1000
+    print(f"scan of {count:>5} queued folders:  {wall:9.2f} ms wall, {cpu:9.2f} ms CPU  "
+          f"({wall * 1000 / count:6.1f} / {cpu * 1000 / count:6.1f} us a folder)")
 fit = runs["ScanQueuedEvents_BigO"]
 rms = runs["ScanQueuedEvents_RMS"]
-print(f"fitted growth: {fit['real_coefficient']:.4g} {fit['big_o']} ms "
-      f"(cpu {fit['cpu_coefficient']:.4g} {fit['big_o']}), RMS {rms['rms'] * 100:.1f}%")
+term = {"N": "N", "NlgN": "N lg N", "N^2": "N^2", "N^3": "N^3", "lgN": "lg N", "(1)": "1"}
+growth = term.get(fit["big_o"], fit["big_o"])
+print(f"fitted growth: O({growth}), {microseconds(fit, 'real_coefficient', fit['time_unit']):.3g} us"
+      f" x {growth} wall ({microseconds(fit, 'cpu_coefficient', fit['time_unit']):.3g} us CPU),"
+      f" RMS {rms['rms'] * 100:.1f}%")
 EOF
 
 echo
@@ -101,14 +112,15 @@ hyperfine --style basic --shell=none --warmup 3 --runs 30 --export-csv "$work/ti
     --command-name "GatherDriver gather" "$driver_command"
 
 echo
-awk -F, 'NR > 1 { mean[NR - 1] = $2; user[NR - 1] = $5; sys[NR - 1] = $6 }
+awk -F, 'NR > 1 { mean[NR - 1] = $2; cpu[NR - 1] = $5 + $6; user[NR - 1] = $5; sys[NR - 1] = $6 }
     END {
-        row = "%-34s %7.2f ms  (user %5.2f ms, system %5.2f ms)\n"
+        row = "%-38s %7.2f ms  (user %5.2f ms, system %5.2f ms)\n"
         printf row, "cp of the 14 files:", mean[1] * 1000, user[1] * 1000, sys[1] * 1000
         printf row, "GatherDriver, starting the SDK only:", mean[2] * 1000, user[2] * 1000,
                sys[2] * 1000
         printf row, "GatherDriver, start and gathering:", mean[3] * 1000, user[3] * 1000,
                sys[3] * 1000
-        printf "ratio GatherDriver gather / cp:     %7.2f\n", mean[3] / mean[1]
-        printf "gathering beyond the start:         %7.2f ms\n", (mean[3] - mean[2]) * 1000
+        printf "%-38s %7.2f    (by user + system time: %.2f)\n", "ratio GatherDriver gather / cp:",
+               mean[3] / mean[1], cpu[3] / cpu[1]
+        printf "%-38s %7.2f ms\n", "gathering beyond the start:", (mean[3] - mean[2]) * 1000
     }' "$work/times.csv"

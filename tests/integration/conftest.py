@@ -70,3 +70,95 @@ def host(sdk_env):
         return completed, log.read_bytes(), waited
 
     return run
+
+
+# ---- the reference collector (tools/collector), started per test on loopback
+
+import json  # noqa: E402
+import selectors  # noqa: E402
+
+COLLECTOR = REPO / "tools" / "collector" / "collector.py"
+DEBIAN_PYTHON = "/usr/bin/python3"
+
+
+class RunningCollector:
+    """A collector subprocess; `ready` is the JSON line it printed (port, ca, pins...)."""
+
+    def __init__(self, process, ready, data_dir):
+        self.process = process
+        self.ready = ready
+        self.data_dir = data_dir
+        self.port = ready["port"]
+        self.ca = pathlib.Path(ready["ca"])
+
+    def submissions(self):
+        """The index entries, oldest first."""
+        index = self.data_dir / "index.jsonl"
+        if not index.exists():
+            return []
+        return [json.loads(line) for line in index.read_text(encoding="utf-8").splitlines()]
+
+    def config_requests(self):
+        log = self.data_dir / "config_requests.jsonl"
+        if not log.exists():
+            return []
+        return [json.loads(line) for line in log.read_text(encoding="utf-8").splitlines()]
+
+    def stop(self):
+        """SIGTERM, then the exit status (0 on a clean shutdown)."""
+        if self.process.poll() is None:
+            self.process.terminate()
+            try:
+                self.process.wait(timeout=10)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
+        return self.process.returncode
+
+
+def _read_ready_line(process, timeout):
+    deadline = time.monotonic() + timeout
+    line = b""
+    with selectors.DefaultSelector() as selector:
+        selector.register(process.stdout, selectors.EVENT_READ)
+        while not line.endswith(b"\n"):
+            left = deadline - time.monotonic()
+            if left <= 0 or not selector.select(left):
+                raise TimeoutError("the collector printed no ready line in time")
+            chunk = process.stdout.read1(4096)
+            if not chunk:
+                raise RuntimeError(f"the collector exited early ({process.wait()})")
+            line += chunk
+    return json.loads(line)
+
+
+@pytest.fixture
+def collector(tmp_path):
+    """Starts collectors: `collector(api_key=..., leaf_key=..., script=PATH)`; all are stopped
+    after the test. Their request log goes to DATA_DIR/collector.log."""
+    started = []
+
+    def start(api_key=None, leaf_key="rsa2048", script=None, name="collector"):
+        data_dir = tmp_path / name
+        data_dir.mkdir(exist_ok=True)  # the same name restarts on the same folder
+        command = [DEBIAN_PYTHON, str(COLLECTOR), "--port", "0", "--data-dir", str(data_dir),
+                   "--leaf-key", leaf_key]
+        if api_key is not None:
+            command += ["--api-key", api_key]
+        if script is not None:
+            command += ["--script", str(script)]
+        with open(data_dir / "collector.log", "wb") as log:
+            process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=log)
+        try:
+            running = RunningCollector(process, _read_ready_line(process, timeout=60), data_dir)
+        except BaseException:
+            process.kill()
+            process.wait()
+            raise
+        started.append(running)
+        return running
+
+    yield start
+    for running in started:
+        running.stop()
+        running.process.stdout.close()

@@ -15,5 +15,6 @@ int zipCommand(const Arguments& arguments);
 int zipListCommand(const Arguments& arguments);
 int queueCommand(const Arguments& arguments);
 int showCommand(const Arguments& arguments);
+int bodyCommand(const Arguments& arguments);
 
 }  // namespace tarvik::tool

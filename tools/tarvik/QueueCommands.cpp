@@ -1,5 +1,6 @@
 #include "Command.h"
 #include "DisplayJson.h"
+#include "Submissions.h"
 
 #include "Models/TVKEventSubmission.h"
 #include "Models/TVKIssueSubmission.h"
@@ -44,24 +45,6 @@ std::vector<std::pair<std::string, std::uintmax_t>> filesIn(const std::string& f
     }
     std::sort(files.begin(), files.end());
     return files;
-}
-
-// The submission of that identifier in any status folder of either kind. A loaded submission
-// starts as Queued; recording another status moves nothing outside debug mode, which the tool
-// never turns on.
-std::shared_ptr<TVKSubmission> findSubmission(const std::string& uuid) {
-    std::vector<std::shared_ptr<TVKSubmission>> candidates = {TVKEventSubmission::withUUID(uuid),
-                                                              TVKIssueSubmission::withUUID(uuid)};
-    for (const auto& candidate : candidates) {
-        for (TVKSubmissionStatus status :
-             {TVKSubmissionStatusQueued, TVKSubmissionStatusProcessing, TVKSubmissionStatusSent}) {
-            if (fs::is_directory(*candidate->submissionFolderPathForStatus(status))) {
-                candidate->setSubmissionStatus(status);
-                return candidate;
-            }
-        }
-    }
-    return nullptr;
 }
 
 nlohmann::json propertyListOrNull(const std::string& path) {

@@ -15,26 +15,24 @@ using tarvik::tool::Arguments;
 
 struct CommandEntry {
     std::function<int(const Arguments&)> run;
-    const char* usage;
+    const char* arguments;
+    const char* description;
 };
 
 const std::map<std::string, CommandEntry>& commands() {
     static const std::map<std::string, CommandEntry> table = {
-        {"settings",
-         {tarvik::tool::settingsCommand, "settings            print the settings file as JSON"}},
-        {"tree",
-         {tarvik::tool::treeCommand, "tree                print the SDK's folders and files"}},
-        {"zip",
-         {tarvik::tool::zipCommand,
-          "zip SOURCE ARCHIVE  pack one file into a new archive (level 9)"}},
-        {"queue",
-         {tarvik::tool::queueCommand,
-          "queue               list pending submissions with their files"}},
+        {"body",
+         {tarvik::tool::bodyCommand, "UUID [--dump FILE]",
+          "build (if needed) and show a submission's request"}},
+        {"queue", {tarvik::tool::queueCommand, "", "list pending submissions with their files"}},
+        {"settings", {tarvik::tool::settingsCommand, "", "print the settings file as JSON"}},
         {"show",
-         {tarvik::tool::showCommand,
-          "show UUID           print a submission's properties and data as JSON"}},
-        {"zip-list",
-         {tarvik::tool::zipListCommand, "zip-list ARCHIVE    list an archive's entries"}},
+         {tarvik::tool::showCommand, "UUID", "print a submission's properties and data as JSON"}},
+        {"tree", {tarvik::tool::treeCommand, "", "print the SDK's folders and files"}},
+        {"zip",
+         {tarvik::tool::zipCommand, "SOURCE ARCHIVE",
+          "pack one file into a new archive (level 9)"}},
+        {"zip-list", {tarvik::tool::zipListCommand, "ARCHIVE", "list an archive's entries"}},
     };
     return table;
 }
@@ -42,7 +40,8 @@ const std::map<std::string, CommandEntry>& commands() {
 void printUsage(std::FILE* stream) {
     std::fprintf(stream, "usage: tarvik COMMAND [ARGUMENTS]\n\ncommands:\n");
     for (const auto& [name, entry] : commands()) {
-        std::fprintf(stream, "  %s\n", entry.usage);
+        std::string usage = name + " " + entry.arguments;
+        std::fprintf(stream, "  %-28s %s\n", usage.c_str(), entry.description);
     }
 }
 

@@ -32,13 +32,22 @@ std::string imageName(const char* path) {
 
 }  // namespace
 
-std::vector<std::string> callStackSymbols(std::size_t framesToSkip) {
+[[gnu::noinline]] std::vector<std::string> callStackSymbols(std::size_t framesToSkip) {
     constexpr int kMaxFrames = 256;
     void* addresses[kMaxFrames];
     int count = ::backtrace(addresses, kMaxFrames);
+    // The stack starts at our caller. Found by its return address rather than by position,
+    // because a sanitizer's interception of backtrace() adds frames of its own.
+    void* caller = __builtin_extract_return_addr(__builtin_return_address(0));
+    int first = 1;
+    for (int i = 0; i < count; ++i) {
+        if (addresses[i] == caller) {
+            first = i;
+            break;
+        }
+    }
     std::vector<std::string> frames;
-    // Frame 0 is this function.
-    for (int i = 1 + static_cast<int>(framesToSkip); i < count; ++i) {
+    for (int i = first + static_cast<int>(framesToSkip); i < count; ++i) {
         auto address = reinterpret_cast<std::uintptr_t>(addresses[i]);
         Dl_info info{};
         std::string image = "???";
