@@ -15,6 +15,11 @@ def test_demo_starts_in_debug_and_leaves_the_tree_and_settings(run_demo, run_too
     demo = run_demo()
     assert demo.returncode == 0, demo.stderr
     assert "Starting Tarvik - version 1.0.0" in demo.stderr
+    # Its console output was captured into the system log, and its debug record logged.
+    system_log = demo.stdout.split("system log: ")[1]
+    assert "    | demo: hello from standard output" in system_log
+    assert "    | demo: a warning on standard error (unicode: café ✓)" in system_log
+    assert " 2 main.cpp main " in demo.stdout and "checkout finished in 1234 ms" in demo.stdout
 
     cache = pathlib.Path(sdk_env["XDG_CACHE_HOME"]) / "com.tarvikhq.cache"
     for kind in ("issues", "events"):
