@@ -23,6 +23,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 namespace {
@@ -61,11 +62,11 @@ int gather(const std::string& stagedLogs, const std::string& attachments) {
         event->attachFileFromUrl(entry.path().string());
     }
     // The completion hands its news to the main thread, which wakes the main loop at once.
-    bool done = false;
+    auto done = std::make_shared<bool>(false);
     event->copyAllFilesWithCompletionHandler(
-        [&done](auto) { tarvik::Runtime::current().mainQueue().async([&done] { done = true; }); });
-    tarvik::runMainLoop(30, [&done] { return done; });
-    if (!done) {
+        [done](auto) { tarvik::Runtime::current().mainQueue().async([done] { *done = true; }); });
+    tarvik::runMainLoop(30, [&done] { return *done; });
+    if (!*done) {
         std::fprintf(stderr, "the gathering did not complete\n");
         return 1;
     }

@@ -18,6 +18,9 @@
 #include <atomic>
 #include <filesystem>
 #include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
 #include <stdlib.h>
 

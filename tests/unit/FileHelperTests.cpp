@@ -1,6 +1,8 @@
 #include "Helpers/TVKFileHelper.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "support/ExternalTools.h"
+#include "support/Files.h"
+#include "support/PermissionsEnforced.h"
 
 #include <tarvik/Tarvik.h>
 
@@ -9,35 +11,24 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
 
 #include <dirent.h>
-#include <fcntl.h>
-#include <linux/capability.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace tarvik {
 namespace {
 
 namespace fs = std::filesystem;
 using testing::TestRuntime;
+using testsupport::folderRefusesNewFiles;
+using testsupport::PermissionsEnforced;
+using testsupport::readFile;
 using testsupport::runCommand;
 using testsupport::runPython;
 using testsupport::shellQuoted;
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using testsupport::writeFile;
 
 // Bytes whose pattern does not repeat every 1024 bytes, so a chunk written twice, skipped or
 // out of order shows up.
@@ -62,47 +53,6 @@ std::string patternedBytes(size_t length) {
 
 void turnDebugOn() {
     Tarvik::sharedInstance().setDebug(true);
-}
-
-// Makes file permissions apply to this thread even when the tests run as root, by taking the
-// permission-override capabilities out of its effective set for the guard's lifetime.
-class PermissionsEnforced {
-  public:
-    PermissionsEnforced() {
-        header_ = {_LINUX_CAPABILITY_VERSION_3, 0};
-        if (::syscall(SYS_capget, &header_, saved_) != 0) {
-            return;
-        }
-        __user_cap_data_struct reduced[2] = {saved_[0], saved_[1]};
-        for (int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER}) {
-            reduced[capability / 32].effective &= ~(1u << (capability % 32));
-        }
-        changed_ = ::syscall(SYS_capset, &header_, reduced) == 0;
-    }
-    ~PermissionsEnforced() {
-        if (changed_) {
-            ::syscall(SYS_capset, &header_, saved_);
-        }
-    }
-    PermissionsEnforced(const PermissionsEnforced&) = delete;
-    PermissionsEnforced& operator=(const PermissionsEnforced&) = delete;
-
-  private:
-    __user_cap_header_struct header_{};
-    __user_cap_data_struct saved_[2]{};
-    bool changed_ = false;
-};
-
-// Where the capabilities cannot be dropped, the permission tests are skipped, not passed.
-bool folderRefusesNewFiles(const std::string& folder) {
-    std::string probe = folder + "/probe";
-    int fd = ::open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
-    if (fd < 0) {
-        return true;
-    }
-    ::close(fd);
-    ::unlink(probe.c_str());
-    return false;
 }
 
 bool folderCanBeListed(const std::string& folder) {

@@ -1,6 +1,7 @@
 #include "Helpers/TVKFileHelper.h"
 #include "Helpers/Tarvik_ZipFile.h"
 #include "Platform/Testing/TestRuntime.h"
+#include "support/Files.h"
 #include "support/ReadOnlyFolder.h"
 #include "support/ZipArchiveChecks.h"
 
@@ -9,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <random>
 
 namespace tarvik {
@@ -20,6 +20,7 @@ using testsupport::expectUnzipTestPasses;
 using testsupport::PythonZipEntry;
 using testsupport::ReadOnlyFolder;
 using testsupport::readZipWithPython;
+using testsupport::writeFile;
 
 Data randomBytes(size_t length) {
     std::mt19937 generator(7);
@@ -38,12 +39,6 @@ Data patternedText(size_t length) {
         bytes[i] = static_cast<std::uint8_t>('a' + (i * 7 + i / 1021) % 26);
     }
     return bytes;
-}
-
-void writeFile(const std::string& path, const Data& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
 }
 
 // Zips `contents` and checks the archive with unzip, Python and the SDK's own reader.

@@ -1,6 +1,7 @@
 #include "Platform/Image.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "support/ExternalTools.h"
+#include "support/Files.h"
 
 #include <gtest/gtest.h>
 
@@ -18,13 +19,8 @@ using testing::TestRuntime;
 using testsupport::runCommand;
 using testsupport::runPython;
 using testsupport::shellQuoted;
+using testsupport::writeFile;
 using Pixel = Image::Pixel;
-
-void writeFile(const std::string& path, const Data& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-}
 
 struct Rgb {
     int red, green, blue;

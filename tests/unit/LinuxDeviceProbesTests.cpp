@@ -5,6 +5,7 @@
 #include "Platform/Linux/MemoryPressureWatcher.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "support/ExternalTools.h"
+#include "support/Files.h"
 
 #include <gtest/gtest.h>
 
@@ -35,9 +36,10 @@ std::string outputOf(const std::string& command) {
     return text;
 }
 
-void writeFile(const std::string& path, const std::string& text) {
+// Writes a stand-in system file, creating the folders it sits in.
+void writeFileCreatingFolders(const std::string& path, const std::string& text) {
     fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path) << text;
+    testsupport::writeFile(path, text);
 }
 
 LinuxDeviceProbes probesFor(const std::string& bundleIdentifier,
@@ -139,14 +141,14 @@ TEST(LinuxDeviceProbes, WifiNetworkNameIsNoneWithoutWirelessInterfaces) {
 TEST(LinuxDeviceProbes, BatteryIsTheFirstBatteryWhileMonitoring) {
     TestRuntime test;
     std::string supplies = test.root() + "/power_supply";
-    writeFile(supplies + "/AC/type", "Mains\n");
-    writeFile(supplies + "/AC/online", "1\n");
-    writeFile(supplies + "/BAT1/type", "Battery\n");
-    writeFile(supplies + "/BAT1/capacity", "87\n");
-    writeFile(supplies + "/BAT1/status", "Charging\n");
-    writeFile(supplies + "/BAT0/type", "Battery\n");
-    writeFile(supplies + "/BAT0/capacity", "42\n");
-    writeFile(supplies + "/BAT0/status", "Discharging\n");
+    writeFileCreatingFolders(supplies + "/AC/type", "Mains\n");
+    writeFileCreatingFolders(supplies + "/AC/online", "1\n");
+    writeFileCreatingFolders(supplies + "/BAT1/type", "Battery\n");
+    writeFileCreatingFolders(supplies + "/BAT1/capacity", "87\n");
+    writeFileCreatingFolders(supplies + "/BAT1/status", "Charging\n");
+    writeFileCreatingFolders(supplies + "/BAT0/type", "Battery\n");
+    writeFileCreatingFolders(supplies + "/BAT0/capacity", "42\n");
+    writeFileCreatingFolders(supplies + "/BAT0/status", "Discharging\n");
     auto probes = probesFor("com.example.host", {.powerSupplyFolder = supplies});
 
     BatteryStatus off = probes.batteryStatus();
@@ -159,7 +161,7 @@ TEST(LinuxDeviceProbes, BatteryIsTheFirstBatteryWhileMonitoring) {
           std::pair{"Not charging", BatteryState::Unplugged},
           std::pair{"Charging", BatteryState::Charging}, std::pair{"Full", BatteryState::Full},
           std::pair{"Unknown", BatteryState::Unknown}}) {
-        writeFile(supplies + "/BAT0/status", std::string(status) + "\n");
+        writeFileCreatingFolders(supplies + "/BAT0/status", std::string(status) + "\n");
         BatteryStatus battery = probes.batteryStatus();
         EXPECT_DOUBLE_EQ(battery.level, 0.42) << status;
         EXPECT_EQ(battery.state, state) << status;
@@ -208,7 +210,7 @@ TEST(LinuxDeviceProbes, VendorIdentifierIsStablePerApplicationAndMachine) {
     TestRuntime test;
     const std::string machineId = "3d1219c7c4c5404aaa1f6d2a48adfda4";
     std::string machineIdFile = test.root() + "/machine-id";
-    writeFile(machineIdFile, machineId + "\n");
+    writeFileCreatingFolders(machineIdFile, machineId + "\n");
     auto mail = probesFor("com.example.mail", {.machineIdFile = machineIdFile});
     auto maps = probesFor("com.example.maps", {.machineIdFile = machineIdFile});
 
@@ -216,7 +218,7 @@ TEST(LinuxDeviceProbes, VendorIdentifierIsStablePerApplicationAndMachine) {
     EXPECT_EQ(mail.identifierForVendor(), mail.identifierForVendor());
     EXPECT_NE(mail.identifierForVendor(), maps.identifierForVendor());
 
-    writeFile(machineIdFile, "00112233445566778899aabbccddeeff\n");
+    writeFileCreatingFolders(machineIdFile, "00112233445566778899aabbccddeeff\n");
     EXPECT_EQ(mail.identifierForVendor(),
               pythonUuid5("00112233445566778899aabbccddeeff", "com.example.mail"));
 

@@ -2,13 +2,13 @@
 
 #include "Helpers/TVKLogger.h"
 #include "Platform/Testing/TestRuntime.h"
+#include "support/Files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -19,15 +19,8 @@ namespace {
 namespace fs = std::filesystem;
 using Stream = ConsoleCapture::Stream;
 using testing::TestRuntime;
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
+using testsupport::readFile;
+using testsupport::writeFile;
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> result;

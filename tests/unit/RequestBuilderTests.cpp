@@ -7,6 +7,7 @@
 #include "Platform/Image.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "support/ExternalTools.h"
+#include "support/Files.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -16,7 +17,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <regex>
 #include <sstream>
@@ -28,19 +28,12 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using testing::TestRuntime;
+using testsupport::readFile;
 using testsupport::runPython;
 using testsupport::shellQuoted;
+using testsupport::writeFile;
 
 const std::string kBoundary = "----TarvikBoundaryText";
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 std::string field(const std::string& name, const std::string& value) {
     return "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" +

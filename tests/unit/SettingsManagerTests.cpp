@@ -3,12 +3,12 @@
 #include "Platform/PropertyList.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "support/ExternalTools.h"
+#include "support/Files.h"
 #include "support/ReadOnlyFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <random>
 #include <thread>
@@ -21,9 +21,11 @@ namespace {
 
 using Settings = TVKSettingsManager;
 using testing::TestRuntime;
+using testsupport::readFile;
 using testsupport::ReadOnlyFolder;
 using testsupport::runPython;
 using testsupport::shellQuoted;
+using testsupport::writeFile;
 
 namespace fs = std::filesystem;
 
@@ -31,15 +33,6 @@ const Date kTestStart{std::chrono::seconds(1767323045)};  // the Testing clock's
 
 void makeSettingsFolder() {
     fs::create_directories(TVKDirectoryLayout::settingsFolderPath());
-}
-
-std::string fileBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void writeFileBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
 }
 
 // The settings file as the SDK's own reader sees it; an empty dictionary when unreadable.
@@ -59,8 +52,7 @@ struct FileStamp {
 FileStamp stampOf(const std::string& path) {
     struct stat info {};
     stat(path.c_str(), &info);
-    return {info.st_ino, info.st_mtim.tv_sec * 1000000000LL + info.st_mtim.tv_nsec,
-            fileBytes(path)};
+    return {info.st_ino, info.st_mtim.tv_sec * 1000000000LL + info.st_mtim.tv_nsec, readFile(path)};
 }
 
 TEST(SettingsNewInstallation, WritesExactlyTheFourDefaults) {
@@ -229,7 +221,7 @@ TEST(SettingsFile, UnreadableFileLeavesTheStoreEmptyAndTheFileAlone) {
     for (const auto& [name, bytes] : cases) {
         TestRuntime test;
         makeSettingsFolder();
-        writeFileBytes(Settings::tarvikSettingsPath(), bytes);
+        writeFile(Settings::tarvikSettingsPath(), bytes);
 
         EXPECT_EQ(Settings::sharedInstance()->tarvikSettings(), std::nullopt) << name;
         EXPECT_FALSE(Settings::eventSubmissionEnabled()) << name;
@@ -244,7 +236,7 @@ TEST(SettingsFile, UnreadableFileLeavesTheStoreEmptyAndTheFileAlone) {
         EXPECT_EQ(Settings::presentedInstructionCount(), 0) << name;
         EXPECT_EQ(Settings::lastPresentedInstructionDate(), std::nullopt) << name;
         EXPECT_FALSE(Settings::hasCheckedForJailbrokenDevice()) << name;
-        EXPECT_EQ(fileBytes(Settings::tarvikSettingsPath()), bytes) << name;
+        EXPECT_EQ(readFile(Settings::tarvikSettingsPath()), bytes) << name;
     }
 }
 
@@ -269,7 +261,7 @@ TEST(SettingsFile, ReadOnlyFolderKeepsChangesInMemoryOnly) {
     ASSERT_TRUE(plist::writeFileAtomically(
         Dictionary{{"eventFeatureEnabled", true}, {"userEmail", "before@example.com"}},
         Settings::tarvikSettingsPath()));
-    std::string bytes = fileBytes(Settings::tarvikSettingsPath());
+    std::string bytes = readFile(Settings::tarvikSettingsPath());
     ReadOnlyFolder folder(TVKDirectoryLayout::settingsFolderPath());
     if (!folder.refusesNewFiles()) {
         GTEST_SKIP() << "cannot make a folder read-only here";
@@ -280,7 +272,7 @@ TEST(SettingsFile, ReadOnlyFolderKeepsChangesInMemoryOnly) {
     Settings::setEventSubmissionEnabled(false);
     EXPECT_EQ(Settings::userEmail(), "after@example.com");
     EXPECT_FALSE(Settings::eventSubmissionEnabled());
-    EXPECT_EQ(fileBytes(Settings::tarvikSettingsPath()), bytes);
+    EXPECT_EQ(readFile(Settings::tarvikSettingsPath()), bytes);
     // A failed save leaves no temporary file behind.
     auto entries = fs::directory_iterator(folder.path());
     EXPECT_EQ(std::distance(fs::begin(entries), fs::end(entries)), 1);

@@ -6,13 +6,13 @@
 #include "Platform/Image.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "support/ExternalTools.h"
+#include "support/Files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <thread>
 
@@ -23,18 +23,11 @@ namespace fs = std::filesystem;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using testing::TestRuntime;
+using testsupport::readFile;
 using testsupport::runCommand;
 using testsupport::runPython;
 using testsupport::shellQuoted;
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
+using testsupport::writeFile;
 
 // A started SDK with the logs holding a line each, and a way to gather a submission's files
 // and wait until they are in.

@@ -1,6 +1,7 @@
 #include "Helpers/Tarvik_ZipFile.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "support/ExternalTools.h"
+#include "support/Files.h"
 #include "support/ReadOnlyFolder.h"
 #include "support/ZipArchiveChecks.h"
 
@@ -10,9 +11,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <optional>
 #include <random>
 
@@ -27,11 +26,13 @@ using testsupport::expectUnzipTestPasses;
 using testsupport::extractWithUnzip;
 using testsupport::listNamesWithUnzip;
 using testsupport::PythonZipEntry;
+using testsupport::readFileData;
 using testsupport::ReadOnlyFolder;
 using testsupport::readZipWithPython;
 using testsupport::runCommand;
 using testsupport::runPython;
 using testsupport::shellQuoted;
+using testsupport::writeFile;
 
 // "é" precomposed (U+00E9) and decomposed (e + U+0301).
 const std::string kCafeComposed = "caf\xC3\xA9.txt";
@@ -57,17 +58,6 @@ Data repetitiveText(size_t lines) {
         text += "line " + std::to_string(i) + ": the reporter attached its log\n";
     }
     return bytesOf(text);
-}
-
-Data readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Data(std::istreambuf_iterator<char>(in), {});
-}
-
-void writeFile(const std::string& path, const Data& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
 }
 
 std::string textOf(const Data& bytes) {
@@ -546,11 +536,11 @@ TEST(ZipFilePassword, EntriesWrittenHereOpenInUnzipPythonAndHere) {
     std::string extracted = test.root() + "/extracted";
     extractWithUnzip(path, extracted, password);
     for (const EntryToWrite& entry : written) {
-        EXPECT_EQ(readFile(extracted + "/" + entry.name), entry.contents) << entry.name;
+        EXPECT_EQ(readFileData(extracted + "/" + entry.name), entry.contents) << entry.name;
     }
 
     // Encrypted, the stored data no longer appears in the file.
-    Data file = readFile(path);
+    Data file = readFileData(path);
     const Data& stored = written[2].contents;
     EXPECT_EQ(std::search(file.begin(), file.end(), stored.begin() + 1000, stored.begin() + 1064),
               file.end());
