@@ -7,12 +7,14 @@
 #include "Platform/Testing/TestRuntime.h"
 #include "support/ExternalTools.h"
 #include "support/Files.h"
+#include "support/PermissionsEnforced.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <thread>
 
@@ -288,6 +290,24 @@ TEST_F(SubmissionGathering, AttachmentsThatCannotBeCopiedAreSkippedQuietly) {
     EXPECT_EQ(readFile(copies + "/same.txt"), second < first ? "first" : "second");
     // Every attachment is listed, copied or not; the request skips what is missing.
     EXPECT_THAT(event->attachedFilesUrls(), Contains(copies + "/vanished.txt"));
+}
+
+TEST_F(SubmissionGathering, AnUnreadableAttachmentIsListedButNotCopied) {
+    std::string secret = attachment("secret.txt", "private");
+    fs::permissions(secret, fs::perms::none);
+    auto event = TVKEventSubmission::create();
+    event->attachFileFromUrl(secret);
+    {
+        // Copied on this thread, whose permissions apply even when the tests run as root.
+        testsupport::PermissionsEnforced enforced;
+        if (std::ifstream(secret).good()) {
+            GTEST_SKIP() << "file permissions cannot be enforced here";
+        }
+        event->copyUserAttachedFiles();
+    }
+    std::string copy = event->userAttachmentsFolderPath() + "/secret.txt";
+    EXPECT_FALSE(fs::exists(copy));
+    EXPECT_THAT(event->attachedFilesUrls(), Contains(copy));
 }
 
 TEST_F(SubmissionGathering, AFolderDeletedWhileGatheringDoesNotStopIt) {
