@@ -51,10 +51,10 @@ void OperationQueue::work() {
         auto finished = std::make_shared<std::once_flag>();
         operation([this, finished] {
             std::call_once(*finished, [this] {
-                {
-                    std::lock_guard guard(mutex_);
-                    running_ = false;
-                }
+                // Notified under the lock: once a waiter sees the queue idle it may destroy the
+                // queue, so nothing here may touch it after the lock is released.
+                std::lock_guard guard(mutex_);
+                running_ = false;
                 changed_.notify_all();
             });
         });

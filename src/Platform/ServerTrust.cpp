@@ -1,5 +1,7 @@
 #include "Platform/ServerTrust.h"
 
+#include <mutex>
+
 #include "Platform/TrustStore.h"
 
 #include <openssl/bio.h>
@@ -145,6 +147,10 @@ std::optional<TrustEvaluation> ServerTrust::evaluate() const {
                                      hostname_.size())) {
         return std::nullopt;
     }
+    // OpenSSL fills caches inside certificates (and the shared trusted ones) lazily while it
+    // verifies; verifications on several threads at once race on them, so they take turns.
+    static std::mutex verification;
+    std::unique_lock turn(verification);
     int verified = X509_verify_cert(context.get());
     if (verified < 0) {
         return std::nullopt;
