@@ -87,6 +87,15 @@ class Tarvik {
     // Creates the SDK's folders and empties those that must not survive a start.
     void configureDirectories();
 
+    // Records an event of the host's own: a submission with the message, the source position,
+    // the logs, the custom and user properties and, when `includeAttachments` is set, the
+    // attachments, stored and then sent. Nothing happens when the service has switched events
+    // off or muted this message, app, version or device. `file` is kept as passed (the full
+    // path). TARVIK_RECORD_EVENT fills in the source position.
+    [[gnu::noinline]] void recordEvent(const std::string& message, const char* file,
+                                       const char* function, std::int32_t line,
+                                       bool includeAttachments);
+
     // Writes one record to the SDK's debug log, sent with every submission. `file` is the
     // source path (only its last component is kept), `function` the function's name; levels
     // are the host's own numbers, neither named nor filtered. TARVIK_LOG fills in the source
@@ -164,6 +173,12 @@ extern void* TarvikLibNSDateCategory;
 void importCategories();
 
 }  // namespace tarvik
+
+// Records an event with the caller's file, function and line:
+//     TARVIK_RECORD_EVENT("checkout failed", true);
+#define TARVIK_RECORD_EVENT(message, includeAttachments)                                    \
+    ::tarvik::Tarvik::sharedInstance().recordEvent((message), __FILE__, __func__, __LINE__, \
+                                                   (includeAttachments))
 
 // Logs a formatted record to the SDK's debug log with the caller's file, function and line:
 //     TARVIK_LOG(2, "card declined for order {}", orderId);

@@ -2,6 +2,7 @@
 
 #include "Helpers/TVKSSLPinningHelper.h"
 #include "Platform/AuthenticationChallenge.h"
+#include "Platform/TVKHttpTransport.h"
 
 #include <memory>
 
@@ -12,6 +13,8 @@ namespace tarvik {
 class TVKTrustManager {
   public:
     static std::shared_ptr<TVKTrustManager> sharedInstance();
+    // The shared instance as the trust delegate of the SDK's API requests.
+    static ServerTrustDelegate sessionDelegate();
 
     TVKTrustManager();
 

@@ -7,6 +7,7 @@
 #include "Helpers/TVKDirectoryLayout.h"
 #include "Helpers/TVKFileHelper.h"
 #include "Helpers/TVKLogger.h"
+#include "Helpers/TVKSubmissionOperation.h"
 #include "Helpers/UIApplication+Tarvik.h"
 #include "Models/TVKEventSubmission.h"
 #include "Models/TVKIssueSubmission.h"
@@ -392,6 +393,10 @@ void TVKSubmission::setSubmissionStatus(TVKSubmissionStatus status) {
     }
     std::lock_guard lock(mutex_);
     submissionStatus_ = status;
+}
+
+void TVKSubmission::sendSubmission() {
+    TVKSubmissionOperation::enqueue(std::make_shared<TVKSubmissionOperation>(shared_from_this()));
 }
 
 void TVKSubmission::removeFromPending() {

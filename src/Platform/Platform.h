@@ -8,6 +8,7 @@
 #include "Platform/DispatchQueue.h"
 #include "Platform/Folders.h"
 #include "Platform/MainQueue.h"
+#include "Platform/TVKHttpTransport.h"
 #include "Platform/UserDefaultsStore.h"
 
 #include <functional>
@@ -29,6 +30,7 @@ class Platform {
     virtual Console& console() = 0;
     virtual ConsoleCapture& consoleCapture() = 0;
     virtual DeviceProbes& device() = 0;
+    virtual TVKHttpTransport& httpTransport() = 0;
 
     // The host application's bundle and the SDK's own.
     virtual Bundle mainBundle() const = 0;

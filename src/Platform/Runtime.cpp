@@ -1,6 +1,7 @@
 #include "Platform/Runtime.h"
 
 #include <atomic>
+#include <thread>
 
 namespace tarvik {
 
@@ -15,6 +16,10 @@ Runtime::Runtime(std::unique_ptr<Platform> platform)
 Runtime::~Runtime() {
     // Background work may still reach the SDK's objects: stop it first.
     operationQueue_.reset();
+    {
+        std::unique_lock lock(detachedMutex_);
+        detachedChanged_.wait(lock, [this] { return detachedThreads_ == 0; });
+    }
     platform_->shutDown();
     std::vector<std::shared_ptr<void>> instances;
     {
@@ -25,6 +30,25 @@ Runtime::~Runtime() {
     while (!instances.empty()) {
         instances.pop_back();
     }
+}
+
+void Runtime::detachThread(std::function<void()> body) {
+    {
+        std::lock_guard lock(detachedMutex_);
+        ++detachedThreads_;
+    }
+    std::thread([this, body = std::move(body)] {
+        body();
+        // Notified under the lock: the runtime may be destroyed as soon as a waiter sees zero.
+        std::lock_guard lock(detachedMutex_);
+        --detachedThreads_;
+        detachedChanged_.notify_all();
+    }).detach();
+}
+
+std::size_t Runtime::detachedThreadCount() const {
+    std::lock_guard lock(detachedMutex_);
+    return detachedThreads_;
 }
 
 Runtime& Runtime::current() {

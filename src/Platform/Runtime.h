@@ -4,6 +4,7 @@
 #include "Platform/OperationQueue.h"
 #include "Platform/Platform.h"
 
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
@@ -37,6 +38,11 @@ class Runtime {
     NotificationCenter& notificationCenter() { return notificationCenter_; }
     OperationQueue& operationQueue() { return *operationQueue_; }
 
+    // Runs `body` on a thread of its own that nobody joins. The runtime still waits for every
+    // such body to return before it destroys the SDK's objects.
+    void detachThread(std::function<void()> body);
+    std::size_t detachedThreadCount() const;
+
     // The runtime's single instance of T, made by `make` on first use, once, from any thread.
     // Instances are destroyed in the reverse order of their creation.
     template <class T, class Make>
@@ -65,6 +71,9 @@ class Runtime {
     NotificationCenter notificationCenter_;
     std::unique_ptr<OperationQueue> operationQueue_;
     std::mutex mutex_;
+    mutable std::mutex detachedMutex_;
+    std::condition_variable detachedChanged_;
+    std::size_t detachedThreads_ = 0;
     std::map<std::type_index, std::unique_ptr<Slot>> slots_;
     std::vector<std::shared_ptr<void>> creationOrder_;
 };

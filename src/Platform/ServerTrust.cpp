@@ -10,6 +10,8 @@
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
 
+#include <arpa/inet.h>
+
 namespace tarvik {
 namespace {
 
@@ -43,6 +45,21 @@ std::vector<CertificateRef> adoptChain(STACK_OF(X509) * chain) {
     }
     sk_X509_free(chain);
     return certificates;
+}
+
+bool isIpAddress(const std::string& text) {
+    unsigned char address[sizeof(in6_addr)];
+    return inet_pton(AF_INET, text.c_str(), address) == 1 ||
+           inet_pton(AF_INET6, text.c_str(), address) == 1;
+}
+
+// A connection made to an IP address is checked against the certificate's IP address names,
+// which the host-name check does not read.
+bool expectServerName(X509_STORE_CTX* context, const std::string& hostname) {
+    X509_VERIFY_PARAM* parameters = X509_STORE_CTX_get0_param(context);
+    return isIpAddress(hostname)
+               ? X509_VERIFY_PARAM_set1_ip_asc(parameters, hostname.c_str()) == 1
+               : X509_VERIFY_PARAM_set1_host(parameters, hostname.data(), hostname.size()) == 1;
 }
 
 }  // namespace
@@ -143,8 +160,7 @@ std::optional<TrustEvaluation> ServerTrust::evaluate() const {
     }
     if (!X509_STORE_CTX_init(context.get(), store.get(), chain_.front().get(), untrusted.get()) ||
         !X509_STORE_CTX_set_purpose(context.get(), X509_PURPOSE_SSL_SERVER) ||
-        !X509_VERIFY_PARAM_set1_host(X509_STORE_CTX_get0_param(context.get()), hostname_.data(),
-                                     hostname_.size())) {
+        !expectServerName(context.get(), hostname_)) {
         return std::nullopt;
     }
     // OpenSSL fills caches inside certificates (and the shared trusted ones) lazily while it

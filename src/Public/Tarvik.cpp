@@ -2,11 +2,14 @@
 
 #include "Helpers/NSBundle+Tarvik.h"
 #include "Helpers/TVKDirectoryLayout.h"
+#include "Helpers/TVKEventConfigurationManager.h"
 #include "Helpers/TVKExceptionHelper.h"
 #include "Helpers/TVKFileHelper.h"
 #include "Helpers/TVKLogger.h"
 #include "Helpers/TVKMemoryManager.h"
+#include "Helpers/TVKRetryManager.h"
 #include "Helpers/TVKSettingsManager.h"
+#include "Models/TVKEventSubmission.h"
 #include "Models/TVKSubmission.h"
 #include "Platform/JsonValue.h"
 #include "Platform/PathUtilities.h"
@@ -83,10 +86,37 @@ Tarvik& Tarvik::startWithAPIKey(const std::optional<std::string>& apiKey,
         Runtime::current().console().writeLine(banner);
         TVKLogger::logMessage(banner);
     }
-    // The event configuration timer starts here, before memory watching, once it lands.
+    TVKEventConfigurationManager::startTimer();
     TVKMemoryManager::beginWatchingMemory();
-    // The retry manager starts here, after memory watching, once it lands.
+    TVKRetryManager::beginRetryingSubmissions();
     return tarvik;
+}
+
+void Tarvik::recordEvent(const std::string& message, const char* file, const char* function,
+                         std::int32_t line, bool includeAttachments) {
+    if (!TVKEventConfigurationManager::shouldUploadDataForEventTitle(message)) {
+        return;
+    }
+    Dictionary eventData{{"message", message}, {"line_number", fmt::format("{}", line)}};
+    if (file) {
+        eventData["file_name"] = std::string(file);
+    }
+    if (function) {
+        eventData["method_name"] = std::string(function);
+    }
+    std::shared_ptr<TVKEventSubmission> submission = TVKEventSubmission::create();
+    submission->saveApplicationIcon();
+    submission->saveEventSubmissionData(eventData);
+    submission->setIncludeEventAttachments(includeAttachments);
+    submission->saveMetadata(metadata());
+    submission->saveUserProperties(createTarvikProperties());
+    if (includeAttachments) {
+        for (const std::string& url : attachments()) {
+            submission->attachFileFromUrl(url);
+        }
+    }
+    submission->copyAllFilesWithCompletionHandler(
+        [](const std::shared_ptr<TVKSubmission>& gathered) { gathered->sendSubmission(); });
 }
 
 void Tarvik::logMessage(const std::string& message, std::int64_t level, const char* file,

@@ -1,19 +1,32 @@
 // A host application for tests of what is process-wide (console capture, the uncaught-exception
-// handler) and of what the SDK leaves on disk (queued submissions): it starts the SDK and then
-// plays the scenario named by its first argument.
+// handler), of what the SDK leaves on disk (queued submissions) and of delivery to a collector:
+// it starts the SDK and then plays the scenario named by its first argument.
+
+#include "DeliveryScenario.h"
 
 #include <tarvik/Host.h>
+#include <tarvik/Pinning.h>
 #include <tarvik/Tarvik.h>
 
 #include "Helpers/TVKLogger.h"
+#include "Helpers/TVKSSLPinningHelper.h"
 #include "Models/TVKEventSubmission.h"
+#include "Platform/JsonValue.h"
 #include "Platform/Runtime.h"
+#include "Platform/TVKHttpTransport.h"
 
 #include <fmt/format.h>
+#include <openssl/evp.h>
+#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <iomanip>
+#include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -95,6 +108,155 @@ int queueEvents(int count) {
     return 0;
 }
 
+// ---- fetch: one request through the platform's HTTPS transport, with the server's chain
+// decided by a pinning policy read from a JSON file:
+//   fetch --url URL --policy FILE [--ca-bundle FILE] [--method M] [--body FILE]
+//         [--header "Name: value"]... [--timeout SECONDS]
+// The policy file maps each domain to its policy, with the pins as base64 text and the
+// expiration date as "YYYY-MM-DDTHH:MM:SSZ". Prints one JSON line: the status or the reason
+// there was no response, and the disposition of every trust challenge the handshake raised.
+
+std::optional<tarvik::Data> base64Decoded(const std::string& text) {
+    if (text.empty() || text.size() % 4 != 0) {
+        return std::nullopt;
+    }
+    tarvik::Data decoded(text.size() / 4 * 3);
+    int length =
+        EVP_DecodeBlock(decoded.data(), reinterpret_cast<const unsigned char*>(text.data()),
+                        static_cast<int>(text.size()));
+    if (length < 0) {
+        return std::nullopt;
+    }
+    // EVP_DecodeBlock counts the padding as zero bytes.
+    std::size_t padding = text.ends_with("==") ? 2 : text.ends_with("=") ? 1 : 0;
+    decoded.resize(static_cast<std::size_t>(length) - padding);
+    return decoded;
+}
+
+std::optional<tarvik::Date> isoDate(const std::string& text) {
+    std::tm fields{};
+    std::istringstream input(text);
+    input >> std::get_time(&fields, "%Y-%m-%dT%H:%M:%SZ");
+    if (input.fail()) {
+        return std::nullopt;
+    }
+    return std::chrono::system_clock::from_time_t(timegm(&fields));
+}
+
+// The policies as the pinning helper takes them: pins as data and dates as dates.
+std::optional<tarvik::Dictionary> pinningPolicies(const tarvik::Value& json) {
+    const tarvik::Dictionary* domains = json.asDictionary();
+    if (!domains) {
+        return std::nullopt;
+    }
+    tarvik::Dictionary policies;
+    for (const auto& [domain, value] : *domains) {
+        const tarvik::Dictionary* given = value.asDictionary();
+        if (!given) {
+            return std::nullopt;
+        }
+        tarvik::Dictionary policy = *given;
+        if (const tarvik::Value* pins = value.find(tarvik::kTVKPublicKeyHashes);
+            pins && pins->asArray()) {
+            tarvik::Array decoded;
+            for (const tarvik::Value& pin : *pins->asArray()) {
+                std::optional<tarvik::Data> bytes =
+                    pin.asString() ? base64Decoded(*pin.asString()) : std::nullopt;
+                if (!bytes) {
+                    return std::nullopt;
+                }
+                decoded.emplace_back(std::move(*bytes));
+            }
+            policy[tarvik::kTVKPublicKeyHashes] = std::move(decoded);
+        }
+        if (const tarvik::Value* date = value.find(tarvik::kTVKExpirationDate)) {
+            std::optional<tarvik::Date> expiration =
+                date->asString() ? isoDate(*date->asString()) : std::nullopt;
+            if (!expiration) {
+                return std::nullopt;
+            }
+            policy[tarvik::kTVKExpirationDate] = *expiration;
+        }
+        policies.emplace(domain, std::move(policy));
+    }
+    return policies;
+}
+
+int fetch(const std::vector<std::string>& arguments) {
+    tarvik::HttpRequest request;
+    std::string policyPath;
+    std::string caBundle;
+    for (std::size_t i = 0; i + 1 < arguments.size(); i += 2) {
+        const std::string& option = arguments[i];
+        const std::string& value = arguments[i + 1];
+        if (option == "--url") {
+            request.url = value;
+        } else if (option == "--policy") {
+            policyPath = value;
+        } else if (option == "--ca-bundle") {
+            caBundle = value;
+        } else if (option == "--method") {
+            request.method = value;
+        } else if (option == "--body") {
+            request.bodyFilePath = value;
+        } else if (option == "--timeout") {
+            request.timeoutInterval = std::atof(value.c_str());
+        } else if (option == "--header" && value.find(": ") != std::string::npos) {
+            std::size_t colon = value.find(": ");
+            request.headers.emplace_back(value.substr(0, colon), value.substr(colon + 2));
+        } else {
+            std::fprintf(stderr, "fetch: unknown option %s\n", option.c_str());
+            return 2;
+        }
+    }
+    if (arguments.size() % 2 != 0 || request.url.empty() || policyPath.empty()) {
+        std::fprintf(stderr, "fetch: needs --url and --policy, each option with a value\n");
+        return 2;
+    }
+    std::ifstream policyFile(policyPath);
+    std::stringstream policyText;
+    policyText << policyFile.rdbuf();
+    std::optional<tarvik::Value> policyJson = tarvik::json::parse(policyText.str());
+    std::optional<tarvik::Dictionary> policies =
+        policyJson ? pinningPolicies(*policyJson) : std::nullopt;
+    if (!policies) {
+        std::fprintf(stderr, "fetch: %s is not a pinning policy\n", policyPath.c_str());
+        return 2;
+    }
+    if (!caBundle.empty()) {
+        tarvik::setTrustedCertificateAuthorities(caBundle);
+    }
+
+    const tarvik::TVKSSLPinningHelper helper(std::move(*policies));
+    nlohmann::json dispositions = nlohmann::json::array();
+    tarvik::ServerTrustDelegate delegate = [&](const tarvik::AuthenticationChallenge& challenge,
+                                               const tarvik::ChallengeCompletionHandler& handler) {
+        auto recorded = [&](tarvik::AuthChallengeDisposition disposition,
+                            const tarvik::ServerTrust* credential) {
+            dispositions.push_back(disposition);
+            handler(disposition, credential);
+        };
+        // As the SDK's trust manager: what the pinning helper does not handle gets the
+        // ordinary verification.
+        if (!helper.handleChallenge(challenge, recorded)) {
+            recorded(tarvik::AuthChallengePerformDefaultHandling, nullptr);
+        }
+    };
+    tarvik::HttpResult result = tarvik::makePlatformHttpTransport()->perform(request, delegate);
+
+    nlohmann::json line;
+    if (result.response) {
+        line["status"] = result.response->statusCode;
+        line["body"] = std::string(result.response->body.begin(), result.response->body.end());
+    } else {
+        line["no_response"] = result.error.value_or("");
+    }
+    line["challenges"] = dispositions;
+    std::printf("%s\n",
+                line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    return 0;
+}
+
 void announceThrow() {
     std::printf("THROWING AT %.6f\n", monotonicSeconds());
     std::fflush(stdout);
@@ -109,6 +271,14 @@ void announceThrow() {
 
 int main(int argc, char** argv) {
     std::string scenario = argc > 1 ? argv[1] : "";
+    if (scenario == "fetch") {
+        // Before the SDK starts, so that no request of its own runs beside this one.
+        return fetch(std::vector<std::string>(argv + 2, argv + argc));
+    }
+    if (scenario == "record-events" || scenario == "deliver") {
+        // These configure the service and start the SDK themselves.
+        return runDeliveryScenario(scenario, std::vector<std::string>(argv + 2, argv + argc));
+    }
     tarvik::setMainBundleInfo({{"CFBundleIdentifier", "com.tarvikhq.testhost"},
                                {"CFBundleExecutable", "tarvik_test_host"}});
     tarvik::Tarvik::startWithAPIKey("test-key", tarvik::TarvikProcessTypeManual, false);

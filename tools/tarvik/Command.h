@@ -16,5 +16,6 @@ int zipListCommand(const Arguments& arguments);
 int queueCommand(const Arguments& arguments);
 int showCommand(const Arguments& arguments);
 int bodyCommand(const Arguments& arguments);
+int sendCommand(const Arguments& arguments);
 
 }  // namespace tarvik::tool

@@ -25,6 +25,9 @@ const std::map<std::string, CommandEntry>& commands() {
          {tarvik::tool::bodyCommand, "UUID [--dump FILE]",
           "build (if needed) and show a submission's request"}},
         {"queue", {tarvik::tool::queueCommand, "", "list pending submissions with their files"}},
+        {"send",
+         {tarvik::tool::sendCommand, "UUID [--host H] [--pin P]... [--ca-bundle F]",
+          "send one queued submission now and print the outcome"}},
         {"settings", {tarvik::tool::settingsCommand, "", "print the settings file as JSON"}},
         {"show",
          {tarvik::tool::showCommand, "UUID", "print a submission's properties and data as JSON"}},
@@ -41,7 +44,7 @@ void printUsage(std::FILE* stream) {
     std::fprintf(stream, "usage: tarvik COMMAND [ARGUMENTS]\n\ncommands:\n");
     for (const auto& [name, entry] : commands()) {
         std::string usage = name + " " + entry.arguments;
-        std::fprintf(stream, "  %-28s %s\n", usage.c_str(), entry.description);
+        std::fprintf(stream, "  %-44s %s\n", usage.c_str(), entry.description);
     }
 }
 

@@ -62,6 +62,7 @@ class LinuxPlatform : public Platform {
     Console& console() override { return console_; }
     ConsoleCapture& consoleCapture() override { return consoleCapture_; }
     DeviceProbes& device() override { return device_; }
+    TVKHttpTransport& httpTransport() override { return *httpTransport_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -85,6 +86,7 @@ class LinuxPlatform : public Platform {
     mutable std::mutex bundleMutex_;
     Dictionary hostInfo_;
     LinuxDeviceProbes device_;
+    std::unique_ptr<TVKHttpTransport> httpTransport_ = makePlatformHttpTransport();
 };
 
 }  // namespace tarvik

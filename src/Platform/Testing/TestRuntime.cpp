@@ -21,6 +21,11 @@ TestRuntime::TestRuntime() : root_(makeTemporaryRoot()) {
     platform_ = platform.get();
     runtime_ = std::make_unique<Runtime>(std::move(platform));
     previous_ = Runtime::exchangeCurrent(runtime_.get());
+    Runtime* runtime = runtime_.get();
+    platform_->setExtraBackgroundWork([runtime] {
+        return runtime->operationQueue().operationCount() == 0 &&
+               runtime->detachedThreadCount() == 0;
+    });
 }
 
 TestRuntime::~TestRuntime() {

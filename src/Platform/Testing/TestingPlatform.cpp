@@ -120,10 +120,14 @@ void TestingPlatform::drain() {
             continue;
         }
         if (globalQueue_->waitUntilIdleFor(std::chrono::milliseconds(1)) &&
-            !runLoop_.hasQueuedTasks()) {
+            !runLoop_.hasQueuedTasks() && (!extraWorkIsIdle_ || extraWorkIsIdle_())) {
             return;
         }
     }
+}
+
+void TestingPlatform::setExtraBackgroundWork(std::function<bool()> isIdle) {
+    extraWorkIsIdle_ = std::move(isIdle);
 }
 
 void TestingPlatform::advance(double seconds) {

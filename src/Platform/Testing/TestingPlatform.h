@@ -3,6 +3,7 @@
 #include "Platform/Platform.h"
 #include "Platform/RunLoop.h"
 #include "Platform/Testing/FakeDevice.h"
+#include "Platform/Testing/FakeHttpTransport.h"
 #include "Platform/ThreadPool.h"
 
 #include <array>
@@ -99,6 +100,7 @@ class TestingPlatform : public Platform {
     Console& console() override { return console_; }
     ConsoleCapture& consoleCapture() override { return consoleCapture_; }
     DeviceProbes& device() override { return device_; }
+    TVKHttpTransport& httpTransport() override { return httpTransport_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -110,11 +112,15 @@ class TestingPlatform : public Platform {
     RecordingConsole& recordingConsole() { return console_; }
     ScriptedConsoleCapture& scriptedConsoleCapture() { return consoleCapture_; }
     FakeDevice& fakeDevice() { return device_; }
+    FakeHttpTransport& fakeHttpTransport() { return httpTransport_; }
     ThreadPool& threadPool() { return *globalQueue_; }
     const std::string& root() const { return root_; }
 
     // Runs main-queue work and waits for background work until neither has anything left.
     void drain();
+    // Background work the platform does not own itself (operations, sending threads), which
+    // drain also waits for: `isIdle` answers whether there is none.
+    void setExtraBackgroundWork(std::function<bool()> isIdle);
     // Moves the virtual clock forward, firing every timer that falls due on the way at its
     // own due time, in order.
     void advance(double seconds);
@@ -129,8 +135,10 @@ class TestingPlatform : public Platform {
     RecordingConsole console_;
     ScriptedConsoleCapture consoleCapture_;
     FakeDevice device_;
+    FakeHttpTransport httpTransport_;
     mutable std::mutex bundleMutex_;
     Dictionary mainBundleInfo_;
+    std::function<bool()> extraWorkIsIdle_;
 };
 
 }  // namespace tarvik::testing
