@@ -4,24 +4,11 @@
 #include <tarvik/Tarvik.h>
 
 #include "Helpers/TVKSubmissionRequestBuilder.h"
-#include "Platform/PropertyList.h"
 
 #include <cstdio>
 #include <filesystem>
 
 namespace tarvik::tool {
-
-namespace {
-
-// The key the SDK sent with the submission's properties, so the request shown is the one the
-// SDK would send.
-std::optional<std::string> savedApiKey(const TVKSubmission& submission) {
-    std::optional<Value> properties = plist::readFile(submission.tarvikPropertiesFilePath());
-    const Value* key = properties ? properties->find("apiKey") : nullptr;
-    return key && key->isString() ? std::optional<std::string>(*key->asString()) : std::nullopt;
-}
-
-}  // namespace
 
 int bodyCommand(const Arguments& arguments) {
     std::optional<std::string> dumpPath;

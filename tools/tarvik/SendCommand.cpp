@@ -6,7 +6,6 @@
 
 #include "Helpers/TVKRetryManager.h"
 #include "Helpers/TVKSubmissionOperation.h"
-#include "Platform/PropertyList.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -16,12 +15,6 @@
 namespace tarvik::tool {
 
 namespace {
-
-std::optional<std::string> savedApiKey(const TVKSubmission& submission) {
-    std::optional<Value> properties = plist::readFile(submission.tarvikPropertiesFilePath());
-    const Value* key = properties ? properties->find("apiKey") : nullptr;
-    return key && key->isString() ? std::optional<std::string>(*key->asString()) : std::nullopt;
-}
 
 std::string readText(const std::string& path) {
     std::ifstream file(path);

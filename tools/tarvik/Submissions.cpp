@@ -2,6 +2,7 @@
 
 #include "Models/TVKEventSubmission.h"
 #include "Models/TVKIssueSubmission.h"
+#include "Platform/PropertyList.h"
 
 #include <filesystem>
 #include <vector>
@@ -25,6 +26,12 @@ std::shared_ptr<TVKSubmission> findSubmission(const std::string& uuid) {
         }
     }
     return nullptr;
+}
+
+std::optional<std::string> savedApiKey(const TVKSubmission& submission) {
+    std::optional<Value> properties = plist::readFile(submission.tarvikPropertiesFilePath());
+    const Value* key = properties ? properties->find("apiKey") : nullptr;
+    return key && key->isString() ? std::optional<std::string>(*key->asString()) : std::nullopt;
 }
 
 }  // namespace tarvik::tool
