@@ -248,6 +248,17 @@ bool TVKFileHelper::copyFileFromPath(const std::string& sourcePath, const std::s
 }
 
 void TVKFileHelper::moveFileFromPath(const std::string& sourcePath, const std::string& folderPath) {
+    // A rename is all or nothing, so an app killed during the move leaves the folder whole in
+    // one place or the other; copying, then removing, is left for moves a rename cannot do
+    // (across file systems).
+    std::string destination = appendingPathComponent(folderPath, lastPathComponent(sourcePath));
+    if (destination != sourcePath && destination.find(sourcePath) == std::string::npos &&
+        ::access(sourcePath.c_str(), F_OK) == 0) {
+        removeFileAtPath(destination);
+        if (::rename(sourcePath.c_str(), destination.c_str()) == 0) {
+            return;
+        }
+    }
     if (copyFileFromPath(sourcePath, folderPath)) {
         removeFileAtPath(sourcePath);
     }

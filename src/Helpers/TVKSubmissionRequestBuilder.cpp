@@ -50,7 +50,7 @@ std::optional<std::string> stringFor(const Dictionary& dictionary, const std::st
 TVKSubmissionRequestBuilder::TVKSubmissionRequestBuilder(std::shared_ptr<TVKSubmission> submission)
     : submission_(std::move(submission)),
       httpDataAppender_(
-          ::open(submission_->httpBodyFilePath().c_str(), O_WRONLY | O_APPEND | O_CLOEXEC)) {
+          ::open(submission_->httpBodyFilePath().c_str(), O_RDWR | O_APPEND | O_CLOEXEC)) {
     Runtime::current().platform().device().setBatteryMonitoringEnabled(true);
 }
 
@@ -116,10 +116,30 @@ void TVKSubmissionRequestBuilder::addField(const std::string& name, const std::s
     appendString(buildHttpBodyEntryWithName(name, value));
 }
 
+bool TVKSubmissionRequestBuilder::hasCompleteBody() const {
+    std::string closing = fmt::format("--{}--\r\n", kMultipartBoundary);
+    off_t size = ::lseek(httpDataAppender_, 0, SEEK_END);
+    if (size < static_cast<off_t>(closing.size())) {
+        return false;
+    }
+    std::string tail(closing.size(), '\0');
+    ssize_t read = ::pread(httpDataAppender_, tail.data(), tail.size(),
+                           size - static_cast<off_t>(closing.size()));
+    return read == static_cast<ssize_t>(tail.size()) && tail == closing;
+}
+
 void TVKSubmissionRequestBuilder::addDataToHttpBody() {
-    // A body written once is sent unchanged by every later attempt.
-    if (httpDataAppender_ < 0 || ::lseek(httpDataAppender_, 0, SEEK_END) > 0) {
+    if (httpDataAppender_ < 0) {
         return;
+    }
+    // A body written once is sent unchanged by every later attempt. One that does not end with
+    // the closing boundary was cut short (the app was killed while writing it): it is written
+    // again rather than sent torn, which the service would refuse for good.
+    if (::lseek(httpDataAppender_, 0, SEEK_END) > 0) {
+        if (hasCompleteBody()) {
+            return;
+        }
+        [[maybe_unused]] int ignored = ::ftruncate(httpDataAppender_, 0);
     }
     std::optional<Value> saved = plist::readFile(submission_->tarvikPropertiesFilePath());
     Dictionary properties = saved && saved->isDictionary() ? *saved->asDictionary() : Dictionary{};

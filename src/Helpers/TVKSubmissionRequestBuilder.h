@@ -46,6 +46,8 @@ class TVKSubmissionRequestBuilder {
 
   private:
     void addDataToHttpBody();
+    // Whether the spool ends with the closing boundary.
+    bool hasCompleteBody() const;
     void addSubmissionDetailsWith(const Dictionary& properties);
     void addUserPropertiesWith(const Dictionary& properties);
     void addDeviceInformation();
@@ -60,7 +62,7 @@ class TVKSubmissionRequestBuilder {
     std::int64_t statusBarOrientationFromMainQueue() const;
 
     std::shared_ptr<TVKSubmission> submission_;
-    int httpDataAppender_;  // write descriptor on "httpBody.txt"; -1 when it cannot be opened
+    int httpDataAppender_;  // descriptor on "httpBody.txt" (appending); -1 when it cannot be opened
     std::string attachedFileHeaderLine_;
     std::string currentAttachingFileName_;
 };

@@ -8,8 +8,9 @@ namespace tarvik {
 
 std::optional<std::string> mimeTypeForExtension(const std::string& extension) {
     // A fixed table rather than the machine's own, so that the same file is described the same
-    // way on every machine.
-    static const std::map<std::string, std::string> kTypes = {
+    // way on every machine. Never destroyed: a sending thread may still read it while the
+    // process exits.
+    static const auto& kTypes = *new const std::map<std::string, std::string>{
         {"txt", "text/plain"},
         {"text", "text/plain"},
         {"log", "text/plain"},

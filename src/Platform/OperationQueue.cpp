@@ -24,6 +24,12 @@ void OperationQueue::addOperation(Operation operation) {
     changed_.notify_all();
 }
 
+void OperationQueue::cancelAllOperations() {
+    std::lock_guard lock(mutex_);
+    pending_.clear();
+    changed_.notify_all();
+}
+
 std::size_t OperationQueue::operationCount() const {
     std::lock_guard lock(mutex_);
     return pending_.size() + (running_ ? 1 : 0);

@@ -20,6 +20,8 @@ class OperationQueue {
     ~OperationQueue();
 
     void addOperation(Operation operation);
+    // Drops the operations not yet started; the running one goes on.
+    void cancelAllOperations();
     std::size_t operationCount() const;
     // Blocks until every queued operation has finished.
     void waitUntilAllOperationsAreFinished();

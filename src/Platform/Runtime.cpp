@@ -1,6 +1,7 @@
 #include "Platform/Runtime.h"
 
 #include <atomic>
+#include <cstdlib>
 #include <thread>
 
 namespace tarvik {
@@ -46,6 +47,12 @@ void Runtime::detachThread(std::function<void()> body) {
     }).detach();
 }
 
+void Runtime::settleBackgroundWork(std::chrono::milliseconds limit) {
+    operationQueue_->cancelAllOperations();
+    std::unique_lock lock(detachedMutex_);
+    detachedChanged_.wait_for(lock, limit, [this] { return detachedThreads_ == 0; });
+}
+
 std::size_t Runtime::detachedThreadCount() const {
     std::lock_guard lock(detachedMutex_);
     return detachedThreads_;
@@ -61,6 +68,14 @@ Runtime& Runtime::current() {
         Runtime* expected = nullptr;
         if (!currentRuntime.compare_exchange_strong(expected, runtime)) {
             delete runtime;
+        } else {
+            std::atexit([] {
+                // A send in flight gets a moment to finish; a slower one is cut off by the
+                // exit, and its submission is sent again at the next launch.
+                if (Runtime* current = currentRuntime.load()) {
+                    current->settleBackgroundWork(std::chrono::seconds(2));
+                }
+            });
         }
     });
     return *currentRuntime.load();

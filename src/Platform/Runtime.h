@@ -4,6 +4,7 @@
 #include "Platform/OperationQueue.h"
 #include "Platform/Platform.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -42,6 +43,11 @@ class Runtime {
     // such body to return before it destroys the SDK's objects.
     void detachThread(std::function<void()> body);
     std::size_t detachedThreadCount() const;
+
+    // For a process that exits with the runtime still alive: drops the operations not yet
+    // started (their submissions stay queued on disk) and waits up to `limit` for running
+    // background threads, so that they do not run on while static objects are destroyed.
+    void settleBackgroundWork(std::chrono::milliseconds limit);
 
     // The runtime's single instance of T, made by `make` on first use, once, from any thread.
     // Instances are destroyed in the reverse order of their creation.

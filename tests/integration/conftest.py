@@ -43,9 +43,10 @@ def run_tool(sdk_env):
 
 @pytest.fixture
 def run_demo(sdk_env):
-    def run():
-        return subprocess.run([str(BUILD / "examples" / "demo" / "tarvik_demo")], env=sdk_env,
-                              capture_output=True, text=True, timeout=60)
+    def run(*arguments):
+        return subprocess.run([str(BUILD / "examples" / "demo" / "tarvik_demo"),
+                               *map(str, arguments)], env=sdk_env, capture_output=True,
+                              text=True, timeout=120)
 
     return run
 
@@ -162,3 +163,24 @@ def collector(tmp_path):
     for running in started:
         running.stop()
         running.process.stdout.close()
+
+
+# ---- delivery scenarios that take minutes of real time, run at once in the background
+
+def pytest_configure(config):
+    config.addinivalue_line(
+        "markers", "background(name): the test checks the result of a background scenario")
+
+
+@pytest.fixture(scope="session", autouse=True)
+def background_scenarios(request, tmp_path_factory):
+    """Starts every background scenario that a selected test names (by its `background`
+    marker), all at once when the session starts, so that they overlap with each other and
+    with the other tests; `result(name)` waits for one and returns what it observed."""
+    from delivery_support import BackgroundScenarios
+
+    names = {marker.args[0] for item in request.session.items
+             for marker in item.iter_markers("background")}
+    scenarios = BackgroundScenarios(tmp_path_factory.mktemp("background"), names)
+    yield scenarios
+    scenarios.stop()

@@ -11,33 +11,91 @@ import zipfile
 import pytest
 
 
-def test_demo_starts_in_debug_and_leaves_the_tree_and_settings(run_demo, run_tool, sdk_env):
-    demo = run_demo()
-    assert demo.returncode == 0, demo.stderr
+def demo_arguments(running):
+    return ["--host", f"localhost:{running.port}", "--pin",
+            running.ready["leaf_key_pin_rsa2048_prefix"], "--ca", running.ca]
+
+
+def test_demo_delivers_its_events_to_the_collector(run_demo, run_tool, sdk_env, collector):
+    running = collector()
+    demo = run_demo(*demo_arguments(running))
+    assert demo.returncode == 0, demo.stdout + demo.stderr
     assert "Starting Tarvik - version 1.0.0" in demo.stderr
+    assert "demo: events sent 3, still pending 0" in demo.stdout
     # Its console output was captured into the system log, and its debug record logged.
     system_log = demo.stdout.split("system log: ")[1]
     assert "    | demo: hello from standard output" in system_log
     assert "    | demo: a warning on standard error (unicode: café ✓)" in system_log
     assert " 2 main.cpp main " in demo.stdout and "checkout finished in 1234 ms" in demo.stdout
 
-    cache = pathlib.Path(sdk_env["XDG_CACHE_HOME"]) / "com.tarvikhq.cache"
-    for kind in ("issues", "events"):
-        for status in ("Processing", "Queued", "Sent"):
-            assert (cache / kind / status).is_dir()
-    assert (cache / "temp_logs").is_dir()
+    stored = running.submissions()
+    assert [entry["kind"] for entry in stored] == ["event"] * 3
+    assert not any(entry["duplicate"] for entry in stored)
+    cache = pathlib.Path(sdk_env["XDG_CACHE_HOME"])
+    attachment = (cache / "demo-cart.txt").read_bytes()
+    messages = {}
+    for entry in stored:
+        folder = pathlib.Path(entry["path"])
+        fields = json.loads((folder / "fields.json").read_text())
+        headers = json.loads((folder / "headers.json").read_text())
+        assert headers["X-Tarvik-Api-Key"] == "demo-api-key"
+        assert fields["uuid"] == entry["uuid"]
+        assert fields["file_name"].endswith("examples/demo/main.cpp")
+        assert fields["method_name"] == "main" and fields["line_number"].isdigit()
+        assert fields["user_properties[identifier]"] == "demo-user"
+        assert fields["user_properties[full_name]"] == "Dana Demo"
+        assert fields["user_properties[email]"] == "dana@example.com"
+        assert (fields["metadata[plan]"], fields["metadata[cart_items]"],
+                fields["metadata[beta]"]) == ("gold", "2", "1")
+        described = {part["filename"]: part
+                     for part in json.loads((folder / "files.json").read_text())}
+        assert {"debug_logs.zip", "system_logs.zip", "user_tracking_logs.zip",
+                "stack_trace.zip"} <= set(described)
+        assert all(part["zip_ok"] for part in described.values())
+        carried = "demo-cart.zip" in described
+        if carried:
+            unzipped = folder / described["demo-cart.zip"]["unzipped_to"] / "demo-cart.txt"
+            assert unzipped.read_bytes() == attachment
+        messages[fields["message"]] = carried
+    # The attachment travels only with the events recorded with attachments.
+    assert messages == {"checkout failed": True, "coupon rejected": False,
+                        "payment retried": True}
+
+    # In debug mode delivered submissions stay in Sent, each with the body it was sent as.
+    events = cache / "com.tarvikhq.cache" / "events"
+    assert not any((events / "Processing").iterdir()) and not any((events / "Queued").iterdir())
+    sent = {path.name: path for path in (events / "Sent").iterdir()}
+    assert set(sent) == {entry["uuid"] for entry in stored}
+    for entry in stored:
+        assert (sent[entry["uuid"]] / "httpBody.txt").stat().st_size == entry["body_size"]
 
     tree = run_tool("tree").stdout
     assert "com.tarvikhq.cache/" in tree and "config.plist" in tree
-
     settings_path = pathlib.Path(sdk_env["XDG_DATA_HOME"]) / "com.tarvikhq" / "config.plist"
     with open(settings_path, "rb") as f:
-        stored = plistlib.load(f)
-    assert set(stored) == {"eventFeatureEnabled", "presentedIntructionCount",
-                           "lastPresentedInstructionDate", "firstPresentedInstructionDate"}
+        settings = plistlib.load(f)
+    assert set(settings) == {"eventFeatureEnabled", "presentedIntructionCount",
+                             "lastPresentedInstructionDate", "firstPresentedInstructionDate",
+                             "userEmail"}
     printed = json.loads(run_tool("settings").stdout)
-    assert printed["eventFeatureEnabled"] is True
-    assert printed["presentedIntructionCount"] == 0
+    assert printed["eventFeatureEnabled"] is True and printed["userEmail"] == "dana@example.com"
+
+
+def test_demo_refuses_to_run_without_a_service(run_demo):
+    demo = run_demo()
+    assert demo.returncode == 2 and "usage:" in demo.stderr
+
+
+def test_demo_reports_events_it_could_not_deliver(run_demo, collector, tmp_path):
+    # A collector that never answers a submission: the events stay queued for a retry.
+    script = tmp_path / "drop-events.json"
+    script.write_text(json.dumps(
+        {"rules": [{"path": "/v1/event/save.json", "drop": True, "times": 100}]}))
+    running = collector(script=script)
+    demo = run_demo(*demo_arguments(running), "--time-limit", 5)
+    assert demo.returncode == 1
+    assert "demo: events sent 0, still pending 3" in demo.stdout
+    assert running.submissions() == []
 
 
 def test_settings_command_fails_cleanly_before_the_sdk_ran(run_tool):

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
@@ -228,6 +230,27 @@ TEST(FileHelperCopy, MoveRemovesTheSourceOnlyAfterACopy) {
     TVKFileHelper::moveFileFromPath(source, test.root() + "/Sent");
     EXPECT_FALSE(fs::exists(source));
     EXPECT_EQ(readFile(test.root() + "/Sent/item.txt"), "payload");
+}
+
+TEST(FileHelperCopy, AMoveWithinOneFileSystemIsARenameThatReplacesTheTarget) {
+    // A rename cannot be cut in half by the app being killed, as a copy can.
+    TestRuntime test;
+    std::string source = test.root() + "/Processing/ABC";
+    fs::create_directories(source + "/tarvik_attachments");
+    fs::create_directories(test.root() + "/Queued/ABC");
+    writeFile(source + "/tarvik_attachments/log.txt", "log");
+    writeFile(test.root() + "/Queued/ABC/stale.txt", "stale");
+    auto inodeOf = [](const std::string& path) {
+        struct stat info {};
+        return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
+    };
+    ino_t before = inodeOf(source);
+
+    TVKFileHelper::moveFileFromPath(source, test.root() + "/Queued");
+    EXPECT_EQ(inodeOf(test.root() + "/Queued/ABC"), before);
+    EXPECT_FALSE(fs::exists(source));
+    EXPECT_FALSE(fs::exists(test.root() + "/Queued/ABC/stale.txt"));
+    EXPECT_EQ(readFile(test.root() + "/Queued/ABC/tarvik_attachments/log.txt"), "log");
 }
 
 // ----------------------------------------------------------------------------------------------

@@ -159,6 +159,17 @@ TEST_F(RequestBuilderRequest, TheBodyIsWrittenOnceAndOnlyItsLengthReadAgain) {
     EXPECT_TRUE(body.ends_with("--" + kBoundary + "--\r\n"));
 }
 
+TEST_F(RequestBuilderRequest, ABodyCutShortIsWrittenAgain) {
+    // As left by an app killed while writing it.
+    auto submission = event();
+    TVKSubmissionRequestBuilder(submission).buildPOSTSubmissionRequest();
+    std::string body = readFile(submission->httpBodyFilePath());
+    fs::resize_file(submission->httpBodyFilePath(), body.size() / 2);
+    HttpRequest rebuilt = TVKSubmissionRequestBuilder(submission).buildPOSTSubmissionRequest();
+    EXPECT_EQ(readFile(submission->httpBodyFilePath()), body);
+    EXPECT_EQ(rebuilt.valueForHeader("Content-Length"), std::to_string(body.size()));
+}
+
 using RequestBuilderGoldenBody = RequestBuilderTest;
 
 TEST_F(RequestBuilderGoldenBody, EventBodyMatchesTheFixture) {
