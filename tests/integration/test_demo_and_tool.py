@@ -22,16 +22,17 @@ def test_demo_delivers_its_events_to_the_collector(run_demo, run_tool, sdk_env, 
     assert demo.returncode == 0, demo.stdout + demo.stderr
     assert "Starting Tarvik - version 1.0.0" in demo.stderr
     assert "demo: events sent 3, still pending 0" in demo.stdout
-    # Its console output was captured into the system log, and its debug record logged.
-    system_log = demo.stdout.split("system log: ")[1]
-    assert "    | demo: hello from standard output" in system_log
-    assert "    | demo: a warning on standard error (unicode: café ✓)" in system_log
+    # Its console output was captured into the system log, and its debug record logged. The
+    # log file is read itself: the demo shows only its last lines, which may be the SDK's own.
+    cache = pathlib.Path(sdk_env["XDG_CACHE_HOME"])
+    system_log = (cache / "com.tarvikhq.cache" / "temp_logs" / "system_logs.txt").read_text()
+    assert "demo: hello from standard output" in system_log
+    assert "demo: a warning on standard error (unicode: café ✓)" in system_log
     assert " 2 main.cpp main " in demo.stdout and "checkout finished in 1234 ms" in demo.stdout
 
     stored = running.submissions()
     assert [entry["kind"] for entry in stored] == ["event"] * 3
     assert not any(entry["duplicate"] for entry in stored)
-    cache = pathlib.Path(sdk_env["XDG_CACHE_HOME"])
     attachment = (cache / "demo-cart.txt").read_bytes()
     messages = {}
     for entry in stored:
