@@ -82,12 +82,15 @@ void TVKEventConfigurationManager::setInterval(double seconds) {
     sharedInstance()->changeInterval(seconds);
 }
 
-bool TVKEventConfigurationManager::shouldUploadDataForEventTitle(const std::string& title) {
+bool TVKEventConfigurationManager::shouldUploadDataForEventTitle(
+    const std::optional<std::string>& title) {
     if (!TVKSettingsManager::eventSubmissionEnabled()) {
         return false;
     }
     auto manager = sharedInstance();
-    if (manager->isListed(&TVKEventConfigurationManager::mutedMessages_, tarvik_MD5Digest(title))) {
+    // A missing title has no digest, so no message list can mute it.
+    if (title && manager->isListed(&TVKEventConfigurationManager::mutedMessages_,
+                                   tarvik_MD5Digest(*title))) {
         return false;
     }
     Platform& platform = Runtime::current().platform();
@@ -253,13 +256,11 @@ void TVKEventConfigurationManager::fetchEventConfig() {
 
 void TVKEventConfigurationManager::applyFetchResult(const HttpResult& result) {
     if (result.response && result.response->statusCode == 200) {
-        const Data& body = result.response->body;
-        std::optional<Value> parsed =
-            json::parse(std::string_view(reinterpret_cast<const char*>(body.data()), body.size()));
+        std::optional<Value> parsed = json::parseDocument(result.response->body);
         if (!parsed) {
             logToConsoleIfDebug("Error while trying to decode JSON data");
         }
-        // A document that is not an object carries no settings: it reads as an empty one.
+        // An array carries no settings: it reads as an empty document.
         const Dictionary* document = parsed ? parsed->asDictionary() : nullptr;
         applyConfiguration(document ? *document : Dictionary{});
     }

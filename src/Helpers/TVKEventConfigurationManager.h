@@ -28,7 +28,7 @@ class TVKEventConfigurationManager
     // Sets the polling interval, raised to `minimumSeconds`; a changed interval restarts the
     // timer (and so fetches at once).
     static void setInterval(double seconds);
-    static bool shouldUploadDataForEventTitle(const std::string& title);
+    static bool shouldUploadDataForEventTitle(const std::optional<std::string>& title);
     // Each replaces one mute list; none (a missing key) empties it; entries that are not
     // strings are ignored.
     static void setMutedMessages(const std::optional<Array>& digests);

@@ -2,7 +2,6 @@
 
 #include <tarvik/Tarvik.h>
 
-#include "Helpers/TVKFileHelper.h"
 #include "Models/TVKSubmission.h"
 #include "Platform/Runtime.h"
 #include "Public/DebugConsole.h"
@@ -94,15 +93,15 @@ void TVKRetryManager::retryFailedSubmissions() {
 }
 
 void TVKRetryManager::updateRetryDate(TVKSubmission& submission) {
-    std::string path = submission.retryDateFilePath();
-    TVKFileHelper::removeFileAtPath(path);
     std::uint64_t counter = submission.retryCounter() + 1;
     submission.setRetryCounter(counter);
     double delay = (std::pow(2.0, static_cast<double>(counter + 1)) - 1) * 60;
     Date retryDate = Runtime::current().clock().now() + std::chrono::duration_cast<Date::duration>(
                                                             std::chrono::duration<double>(delay));
     std::string text = stringFromRetryDate(retryDate);
-    TVKFileHelper::createFileAtPath(path, Data(text.begin(), text.end()));
+    // A submission that is being sent may be answered for good at this very moment: its
+    // folder is then gone for good, and must not come back holding just a retry date.
+    submission.replaceFileInFolder(submission.retryDateFilePath(), Data(text.begin(), text.end()));
 }
 
 bool TVKRetryManager::isReadyToRetry(TVKSubmission& submission) {

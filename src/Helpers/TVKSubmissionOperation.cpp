@@ -11,8 +11,6 @@
 #include "Platform/Runtime.h"
 #include "Public/DebugConsole.h"
 
-#include <string_view>
-
 namespace tarvik {
 
 namespace {
@@ -83,8 +81,7 @@ bool TVKSubmissionOperation::isMutedEvent() const {
     if (!event || !isEventSubmission()) {
         return false;
     }
-    return !TVKEventConfigurationManager::shouldUploadDataForEventTitle(
-        event->message().value_or(""));
+    return !TVKEventConfigurationManager::shouldUploadDataForEventTitle(event->message());
 }
 
 void TVKSubmissionOperation::main() {
@@ -112,9 +109,7 @@ void TVKSubmissionOperation::handleResult(const HttpResult& result) {
     if (result.response) {
         long status = result.response->statusCode;
         if (status == kStatusOK) {
-            const Data& body = result.response->body;
-            std::optional<Value> answer = json::parse(
-                std::string_view(reinterpret_cast<const char*>(body.data()), body.size()));
+            std::optional<Value> answer = json::parseDocument(result.response->body);
             if (!answer) {
                 logToConsoleIfDebug("Error while trying to decode JSON data");
             } else if (const Value* event = answer->find("event")) {

@@ -22,6 +22,8 @@
 
 #include <fmt/format.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -370,11 +372,22 @@ void TVKSubmission::copyUserAttachedFiles() {
     }
 }
 
+namespace {
+// Taken around every move or removal of a submission folder and every write into a queued one
+// from another thread (the retry pass), so that a write never lands in a folder that is being
+// deleted and brings it back half empty.
+std::mutex& folderChangeMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+}  // namespace
+
 void TVKSubmission::setSubmissionStatus(TVKSubmissionStatus status) {
     TVKSubmissionStatus current = submissionStatus();
     std::optional<std::string> oldFolder = submissionFolderPath();
     if (current == TVKSubmissionStatusProcessing && status == TVKSubmissionStatusQueued) {
         if (oldFolder) {
+            std::lock_guard lock(folderChangeMutex());
             TVKFileHelper::moveFileFromPath(*oldFolder, *statusFolderPathForStatus(status));
         }
         std::optional<std::string> newFolder = submissionFolderPathForStatus(status);
@@ -389,6 +402,7 @@ void TVKSubmission::setSubmissionStatus(TVKSubmissionStatus status) {
         }
     } else if (current == TVKSubmissionStatusQueued && status == TVKSubmissionStatusSent &&
                Tarvik::sharedInstance().debug() && oldFolder) {
+        std::lock_guard lock(folderChangeMutex());
         TVKFileHelper::moveFileFromPath(*oldFolder, *statusFolderPathForStatus(status));
     }
     std::lock_guard lock(mutex_);
@@ -405,8 +419,20 @@ void TVKSubmission::removeFromPending() {
         return;
     }
     if (std::optional<std::string> folder = submissionFolderPath()) {
+        std::lock_guard lock(folderChangeMutex());
         TVKFileHelper::removeFileAtPath(*folder);
     }
+}
+
+bool TVKSubmission::replaceFileInFolder(const std::string& path, const Data& contents) {
+    std::optional<std::string> folder = submissionFolderPath();
+    std::lock_guard lock(folderChangeMutex());
+    if (!folder || ::access(folder->c_str(), F_OK) != 0) {
+        return false;
+    }
+    TVKFileHelper::removeFileAtPath(path);
+    TVKFileHelper::createFileAtPath(path, contents);
+    return true;
 }
 
 std::vector<std::shared_ptr<TVKSubmission>> TVKSubmission::processCacheFolderForSubmissions() {

@@ -107,6 +107,9 @@ class TVKSubmission : public std::enable_shared_from_this<TVKSubmission> {
     void setSubmissionStatus(TVKSubmissionStatus status);
     // The service has answered for good: delete the folder (in debug mode keep it in Sent).
     void removeFromPending();
+    // Replaces a file in the folder, unless the folder is gone (the submission was removed
+    // meanwhile); false then, and nothing is written.
+    bool replaceFileInFolder(const std::string& path, const Data& contents);
 
     // Pending submissions on disk, events first, then issues (Queued folders only).
     static std::vector<std::shared_ptr<TVKSubmission>> processCacheFolderForSubmissions();

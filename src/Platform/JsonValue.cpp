@@ -105,4 +105,13 @@ std::optional<Value> parse(std::string_view text) {
     return fromJson(json);
 }
 
+std::optional<Value> parseDocument(const Data& bytes) {
+    std::optional<Value> document =
+        parse(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+    if (document && !document->isDictionary() && !document->isArray()) {
+        return std::nullopt;
+    }
+    return document;
+}
+
 }  // namespace tarvik::json

@@ -22,5 +22,8 @@ std::optional<std::string> compactText(const Value& value);
 
 // Parses JSON text; none when it is not JSON.
 std::optional<Value> parse(std::string_view text);
+// A document as an answer's body carries it: an object or an array at the top; none for
+// anything else, a bare string or number included.
+std::optional<Value> parseDocument(const Data& bytes);
 
 }  // namespace tarvik::json

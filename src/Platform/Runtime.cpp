@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <thread>
+#include <utility>
 
 namespace tarvik {
 
@@ -38,8 +39,10 @@ void Runtime::detachThread(std::function<void()> body) {
         std::lock_guard lock(detachedMutex_);
         ++detachedThreads_;
     }
-    std::thread([this, body = std::move(body)] {
-        body();
+    std::thread([this, body = std::move(body)]() mutable {
+        // Released before the count goes down: what it holds may reach the SDK's objects,
+        // which the runtime destroys as soon as the count is zero.
+        std::exchange(body, nullptr)();
         // Notified under the lock: the runtime may be destroyed as soon as a waiter sees zero.
         std::lock_guard lock(detachedMutex_);
         --detachedThreads_;

@@ -14,6 +14,7 @@
 #include "Platform/JsonValue.h"
 #include "Platform/PathUtilities.h"
 #include "Platform/Runtime.h"
+#include "Platform/Utf8.h"
 #include "Public/DebugConsole.h"
 
 #include <charconv>
@@ -98,10 +99,11 @@ void Tarvik::recordEvent(const std::string& message, const char* file, const cha
         return;
     }
     Dictionary eventData{{"message", message}, {"line_number", fmt::format("{}", line)}};
-    if (file) {
+    // Names that are not UTF-8 text are left out, as they could not be decoded.
+    if (file && isValidUtf8(file)) {
         eventData["file_name"] = std::string(file);
     }
-    if (function) {
+    if (function && isValidUtf8(function)) {
         eventData["method_name"] = std::string(function);
     }
     std::shared_ptr<TVKEventSubmission> submission = TVKEventSubmission::create();

@@ -89,6 +89,16 @@ TEST_F(EventRecording, LinesKeepTheirSign) {
     EXPECT_THAT(sent[0].body + sent[1].body, HasSubstr(field("line_number", "-7")));
 }
 
+TEST_F(EventRecording, NamesThatAreNotUtf8AreLeftOut) {
+    Tarvik::sharedInstance().recordEvent("odd names", "bad\xFF.cpp", "f\xC3", 5, false);
+    test.drain();
+    auto sent = submissionsSent();
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_THAT(sent[0].body, Not(HasSubstr("name=\"file_name\"")));
+    EXPECT_THAT(sent[0].body, Not(HasSubstr("name=\"method_name\"")));
+    EXPECT_THAT(sent[0].body, HasSubstr(field("line_number", "5")));
+}
+
 TEST_F(EventRecording, AttachmentsTravelOnlyWhenAskedFor) {
     Tarvik& tarvik = Tarvik::sharedInstance();
     ASSERT_TRUE(tarvik.addAttachmentWithFileUrl(hostAttachment()));

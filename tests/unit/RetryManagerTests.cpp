@@ -87,6 +87,16 @@ TEST_F(RetryManager, WithoutARetryDateASubmissionIsGivenOneInsteadOfBeingSent) {
     EXPECT_EQ(readFile(event->retryDateFilePath()), TVKRetryManager::stringFromRetryDate(at(180)));
 }
 
+TEST_F(RetryManager, ASubmissionRemovedMeanwhileGetsNoRetryDate) {
+    // The pass and a final answer for the same submission meet: the folder must stay gone.
+    auto event = makeEvent();
+    event->sendSubmission();
+    test.drain();
+    ASSERT_FALSE(fs::exists(queuedFolderOf(*event)));
+    TVKRetryManager::sharedInstance()->updateRetryDate(*event);
+    EXPECT_FALSE(fs::exists(queuedFolderOf(*event)));
+}
+
 TEST_F(RetryManager, ADamagedRetryDateIsRewrittenNotTrusted) {
     auto manager = TVKRetryManager::sharedInstance();
     auto event = makeEvent();

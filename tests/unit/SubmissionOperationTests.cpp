@@ -189,6 +189,15 @@ TEST_F(SubmissionOperation, AnEventDroppedWhileEventsAreOffRestartsPolling) {
     EXPECT_EQ(configurationRequestCount(), fetches + 1);
 }
 
+TEST_F(SubmissionOperation, AnEventThatLostItsMessageIsNotMutedAsAnEmptyTitle) {
+    TVKEventConfigurationManager::setMutedMessages(Array{tarvik_MD5Digest("")});
+    auto event = TVKEventSubmission::create();
+    event->saveEventSubmissionData({{"line_number", "3"}});
+    event->sendSubmission();
+    test.drain();
+    EXPECT_EQ(submissionsSent().size(), 1u);
+}
+
 TEST_F(SubmissionOperation, OnlyTheEventKindIsMuted) {
     TVKSettingsManager::setEventSubmissionEnabled(false);
     auto issue = TVKIssueSubmission::create();
@@ -251,7 +260,12 @@ TEST_F(SubmissionOperationInDebug, KeepsAnsweredSubmissionsInSentAndExplainsWhy)
     setSubmissionAnswer([] { return HttpResult::noResponse("timed out"); });
     makeEvent()->sendSubmission();
     test.drain();
+    // A bare JSON value is not a document.
+    setSubmissionAnswer([] { return HttpResult::answer(200, bytesOf("\"ok\"")); });
+    makeEvent()->sendSubmission();
+    test.drain();
     auto lines = test.consoleLines();
+    EXPECT_THAT(lines, Contains("Error while trying to decode JSON data"));
     EXPECT_THAT(lines, Contains("Error -- received message from backend about malformed request, "
                                 "removing submission..."));
     EXPECT_THAT(lines, Contains("Error -- received error while trying to post submission to "
