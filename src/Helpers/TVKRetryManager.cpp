@@ -2,6 +2,7 @@
 
 #include <tarvik/Tarvik.h>
 
+#include "Helpers/TVKFileHelper.h"
 #include "Models/TVKSubmission.h"
 #include "Platform/Runtime.h"
 #include "Public/DebugConsole.h"
@@ -10,8 +11,8 @@
 #include <chrono>
 #include <cmath>
 #include <ctime>
-#include <fstream>
-#include <sstream>
+
+#include <unistd.h>
 
 namespace tarvik {
 
@@ -19,16 +20,6 @@ namespace {
 
 // "MM/dd/yyyy HH:mm:ss" in the C library's terms.
 constexpr const char* kRetryDatePattern = "%m/%d/%Y %H:%M:%S";
-
-std::optional<std::string> readText(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        return std::nullopt;
-    }
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 }  // namespace
 
@@ -105,14 +96,14 @@ void TVKRetryManager::updateRetryDate(TVKSubmission& submission) {
 }
 
 bool TVKRetryManager::isReadyToRetry(TVKSubmission& submission) {
-    std::optional<std::string> text = readText(submission.retryDateFilePath());
-    if (!text) {
-        updateRetryDate(submission);
-        return false;
+    std::string path = submission.retryDateFilePath();
+    std::optional<Date> retryDate;
+    if (::access(path.c_str(), F_OK) == 0) {
+        std::optional<std::string> text = TVKFileHelper::stringWithContentsOfFileAtPath(path);
+        retryDate = text ? retryDateFromString(*text) : std::nullopt;
     }
-    std::optional<Date> retryDate = retryDateFromString(*text);
+    // No date yet, or a damaged one, which would otherwise hold the submission back for ever.
     if (!retryDate) {
-        // A damaged file would otherwise hold the submission back for ever.
         updateRetryDate(submission);
         return false;
     }

@@ -4,24 +4,16 @@
 #include <tarvik/Pinning.h>
 #include <tarvik/Tarvik.h>
 
+#include "Helpers/TVKFileHelper.h"
 #include "Helpers/TVKRetryManager.h"
 #include "Helpers/TVKSubmissionOperation.h"
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 namespace tarvik::tool {
 
 namespace {
-
-std::string readText(const std::string& path) {
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 struct SendOptions {
     std::string uuid;
@@ -103,7 +95,9 @@ int sendCommand(const Arguments& arguments) {
         return 0;
     }
     std::printf("kept in the queue; next try after %s\n",
-                readText(submission->retryDateFilePath()).c_str());
+                TVKFileHelper::stringWithContentsOfFileAtPath(submission->retryDateFilePath())
+                    .value_or("")
+                    .c_str());
     return 1;
 }
 
