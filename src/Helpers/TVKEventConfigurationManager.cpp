@@ -145,22 +145,23 @@ TVKEventConfigurationManager::~TVKEventConfigurationManager() {
 }
 
 void TVKEventConfigurationManager::resetTimer() {
-    shutdownTimer();
-    double interval = intervalSeconds();
     // The timer holds the manager weakly: the main queue may outlive it.
-    std::weak_ptr<TVKEventConfigurationManager> weakSelf = weak_from_this();
-    std::shared_ptr<Timer> timer = Runtime::current().mainQueue().scheduleTimer(
-        Runtime::current().clock().now(), interval, true, [weakSelf] {
-            if (auto self = weakSelf.lock()) {
-                self->updateEventConfig();
-            }
-        });
+    auto fire = [weakSelf = weak_from_this()] {
+        if (auto self = weakSelf.lock()) {
+            self->updateEventConfig();
+        }
+    };
+    MainQueue& mainQueue = Runtime::current().mainQueue();
+    Date now = Runtime::current().clock().now();
+    double interval = 0;
     std::shared_ptr<Timer> replaced;
     {
-        // Scheduled outside the lock; a timer another thread stored meanwhile is replaced, so
-        // that at most one keeps firing.
+        // Scheduled and stored under one lock. A new timer fires at once and its answer may
+        // restart the timer from another thread; were the two steps apart, that later restart
+        // could be the one replaced, leaving the older timer and interval running.
         std::lock_guard lock(mutex_);
-        replaced = std::exchange(timer_, timer);
+        interval = intervalSeconds_;
+        replaced = std::exchange(timer_, mainQueue.scheduleTimer(now, interval, true, fire));
     }
     if (replaced) {
         replaced->invalidate();

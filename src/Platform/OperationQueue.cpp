@@ -20,6 +20,7 @@ void OperationQueue::addOperation(Operation operation) {
     {
         std::lock_guard lock(mutex_);
         pending_.push_back(std::move(operation));
+        ++submitted_;
     }
     changed_.notify_all();
 }
@@ -33,6 +34,11 @@ void OperationQueue::cancelAllOperations() {
 std::size_t OperationQueue::operationCount() const {
     std::lock_guard lock(mutex_);
     return pending_.size() + (running_ ? 1 : 0);
+}
+
+std::uint64_t OperationQueue::workSubmitted() const {
+    std::lock_guard lock(mutex_);
+    return submitted_;
 }
 
 void OperationQueue::waitUntilAllOperationsAreFinished() {

@@ -23,6 +23,8 @@ class OperationQueue {
     // Drops the operations not yet started; the running one goes on.
     void cancelAllOperations();
     std::size_t operationCount() const;
+    // How many operations were ever added (see RunLoop::workSubmitted).
+    std::uint64_t workSubmitted() const;
     // Blocks until every queued operation has finished.
     void waitUntilAllOperationsAreFinished();
 
@@ -33,6 +35,7 @@ class OperationQueue {
     std::condition_variable changed_;
     std::deque<Operation> pending_;
     bool running_ = false;
+    std::uint64_t submitted_ = 0;
     bool stopping_ = false;
     std::thread worker_;
 };

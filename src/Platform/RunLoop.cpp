@@ -12,6 +12,7 @@ void RunLoop::async(Task task) {
     {
         std::lock_guard lock(mutex_);
         tasks_.push_back(std::move(task));
+        ++tasksSubmitted_;
     }
     workArrived_.notify_all();
 }
@@ -111,9 +112,19 @@ std::optional<double> RunLoop::nextTimerDue() const {
     return std::nullopt;
 }
 
-bool RunLoop::hasQueuedTasks() const {
+bool RunLoop::hasDueWork() const {
     std::lock_guard lock(mutex_);
-    return !tasks_.empty();
+    double now = clock_.mediaTime();
+    return !tasks_.empty() ||
+           std::any_of(timers_.begin(), timers_.end(), [now](const ScheduledTimer& timer) {
+               return timer.handle->isValid() && timer.due <= now;
+           });
+}
+
+std::uint64_t RunLoop::workSubmitted() const {
+    std::lock_guard lock(mutex_);
+    // Every timer takes a sequence number when it is scheduled or rescheduled.
+    return tasksSubmitted_ + nextSequence_;
 }
 
 void RunLoop::waitForWork(double seconds) {

@@ -32,7 +32,11 @@ class RunLoop : public MainQueue {
     bool runDueWork();
     // Media time of the earliest timer, if any.
     std::optional<double> nextTimerDue() const;
-    bool hasQueuedTasks() const;
+    // Whether a task is queued or a timer is due at the clock's media time.
+    bool hasDueWork() const;
+    // How many tasks and timers were ever handed to the loop. Two equal readings mean nothing
+    // arrived in between, which lets a waiter tell "idle" from "idle at each glance".
+    std::uint64_t workSubmitted() const;
     // Blocks until a task is queued, `wake` is called, or `seconds` of real time pass.
     void waitForWork(double seconds);
     void wake();
@@ -58,6 +62,7 @@ class RunLoop : public MainQueue {
     std::deque<Task> tasks_;
     std::vector<ScheduledTimer> timers_;  // sorted by due time, then sequence
     std::uint64_t nextSequence_ = 0;
+    std::uint64_t tasksSubmitted_ = 0;
     std::atomic<std::thread::id> mainThread_;
 };
 

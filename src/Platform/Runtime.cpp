@@ -38,6 +38,7 @@ void Runtime::detachThread(std::function<void()> body) {
     {
         std::lock_guard lock(detachedMutex_);
         ++detachedThreads_;
+        ++detachedThreadsStarted_;
     }
     std::thread([this, body = std::move(body)]() mutable {
         // Released before the count goes down: what it holds may reach the SDK's objects,
@@ -59,6 +60,11 @@ void Runtime::settleBackgroundWork(std::chrono::milliseconds limit) {
 std::size_t Runtime::detachedThreadCount() const {
     std::lock_guard lock(detachedMutex_);
     return detachedThreads_;
+}
+
+std::uint64_t Runtime::detachedThreadsStarted() const {
+    std::lock_guard lock(detachedMutex_);
+    return detachedThreadsStarted_;
 }
 
 Runtime& Runtime::current() {

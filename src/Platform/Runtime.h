@@ -43,6 +43,8 @@ class Runtime {
     // such body to return before it destroys the SDK's objects.
     void detachThread(std::function<void()> body);
     std::size_t detachedThreadCount() const;
+    // How many threads were ever detached (see RunLoop::workSubmitted).
+    std::uint64_t detachedThreadsStarted() const;
 
     // For a process that exits with the runtime still alive: drops the operations not yet
     // started (their submissions stay queued on disk) and waits up to `limit` for running
@@ -80,6 +82,7 @@ class Runtime {
     mutable std::mutex detachedMutex_;
     std::condition_variable detachedChanged_;
     std::size_t detachedThreads_ = 0;
+    std::uint64_t detachedThreadsStarted_ = 0;
     std::map<std::type_index, std::unique_ptr<Slot>> slots_;
     std::vector<std::shared_ptr<void>> creationOrder_;
 };

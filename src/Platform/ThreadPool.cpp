@@ -25,6 +25,7 @@ void ThreadPool::async(std::function<void()> task) {
     {
         std::lock_guard lock(mutex_);
         tasks_.push_back(std::move(task));
+        ++submitted_;
     }
     changed_.notify_all();
 }
@@ -37,6 +38,11 @@ void ThreadPool::waitUntilIdle() {
 bool ThreadPool::waitUntilIdleFor(std::chrono::milliseconds timeout) {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, timeout, [this] { return tasks_.empty() && running_ == 0; });
+}
+
+std::uint64_t ThreadPool::workSubmitted() {
+    std::lock_guard lock(mutex_);
+    return submitted_;
 }
 
 void ThreadPool::work() {

@@ -23,6 +23,8 @@ class ThreadPool : public DispatchQueue {
     void waitUntilIdle();
     // The same, giving up after `timeout`; true when the pool is idle.
     bool waitUntilIdleFor(std::chrono::milliseconds timeout);
+    // How many tasks were ever queued (see RunLoop::workSubmitted).
+    std::uint64_t workSubmitted();
 
   private:
     void work();
@@ -31,6 +33,7 @@ class ThreadPool : public DispatchQueue {
     std::condition_variable changed_;
     std::deque<std::function<void()>> tasks_;
     unsigned running_ = 0;
+    std::uint64_t submitted_ = 0;
     bool stopping_ = false;
     std::vector<std::thread> workers_;
 };

@@ -22,9 +22,17 @@ TestRuntime::TestRuntime() : root_(makeTemporaryRoot()) {
     runtime_ = std::make_unique<Runtime>(std::move(platform));
     previous_ = Runtime::exchangeCurrent(runtime_.get());
     Runtime* runtime = runtime_.get();
-    platform_->setExtraBackgroundWork([runtime] {
-        return runtime->operationQueue().operationCount() == 0 &&
-               runtime->detachedThreadCount() == 0;
+    platform_->setExtraBackgroundWork({
+        .isIdle =
+            [runtime] {
+                return runtime->operationQueue().operationCount() == 0 &&
+                       runtime->detachedThreadCount() == 0;
+            },
+        .submitted =
+            [runtime] {
+                return runtime->operationQueue().workSubmitted() +
+                       runtime->detachedThreadsStarted();
+            },
     });
 }
 

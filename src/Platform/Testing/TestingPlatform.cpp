@@ -2,6 +2,8 @@
 
 #include "Platform/FrameworkBundle.h"
 
+#include <stdexcept>
+
 namespace tarvik::testing {
 
 Date VirtualClock::now() const {
@@ -119,15 +121,26 @@ void TestingPlatform::drain() {
         if (runLoop_.runDueWork()) {
             continue;
         }
-        if (globalQueue_->waitUntilIdleFor(std::chrono::milliseconds(1)) &&
-            !runLoop_.hasQueuedTasks() && (!extraWorkIsIdle_ || extraWorkIsIdle_())) {
+        // Each queue looked idle when it was asked, but work can move between them while they
+        // are asked one by one (a sending thread queues a main-queue task, then ends). Nothing
+        // was submitted anywhere between the two counts, so every queue was idle at once.
+        std::uint64_t before = workSubmitted();
+        bool idle = globalQueue_->waitUntilIdleFor(std::chrono::milliseconds(1)) &&
+                    !runLoop_.hasDueWork() && (!extraWork_.isIdle || extraWork_.isIdle());
+        if (idle && workSubmitted() == before) {
             return;
         }
     }
+    throw std::runtime_error("background work did not settle within a minute");
 }
 
-void TestingPlatform::setExtraBackgroundWork(std::function<bool()> isIdle) {
-    extraWorkIsIdle_ = std::move(isIdle);
+std::uint64_t TestingPlatform::workSubmitted() {
+    return runLoop_.workSubmitted() + globalQueue_->workSubmitted() +
+           (extraWork_.submitted ? extraWork_.submitted() : 0);
+}
+
+void TestingPlatform::setExtraBackgroundWork(ExtraBackgroundWork work) {
+    extraWork_ = std::move(work);
 }
 
 void TestingPlatform::advance(double seconds) {

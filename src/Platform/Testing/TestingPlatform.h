@@ -117,10 +117,15 @@ class TestingPlatform : public Platform {
     const std::string& root() const { return root_; }
 
     // Runs main-queue work and waits for background work until neither has anything left.
+    // Throws when the work does not settle within a minute of real time.
     void drain();
     // Background work the platform does not own itself (operations, sending threads), which
-    // drain also waits for: `isIdle` answers whether there is none.
-    void setExtraBackgroundWork(std::function<bool()> isIdle);
+    // drain also waits for: whether there is none, and how many pieces were ever started.
+    struct ExtraBackgroundWork {
+        std::function<bool()> isIdle;
+        std::function<std::uint64_t()> submitted;
+    };
+    void setExtraBackgroundWork(ExtraBackgroundWork work);
     // Moves the virtual clock forward, firing every timer that falls due on the way at its
     // own due time, in order.
     void advance(double seconds);
@@ -138,7 +143,9 @@ class TestingPlatform : public Platform {
     FakeHttpTransport httpTransport_;
     mutable std::mutex bundleMutex_;
     Dictionary mainBundleInfo_;
-    std::function<bool()> extraWorkIsIdle_;
+    std::uint64_t workSubmitted();
+
+    ExtraBackgroundWork extraWork_;
 };
 
 }  // namespace tarvik::testing
