@@ -5,6 +5,12 @@
 
 namespace tarvik::tool {
 
+std::string utcDateText(Date date) {
+    // fmt formats a time point in the local zone; the text says UTC, so convert first.
+    std::time_t seconds = std::chrono::system_clock::to_time_t(date);
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}Z", fmt::gmtime(seconds));
+}
+
 nlohmann::json displayJson(const Value& value) {
     switch (value.type()) {
         case Value::Type::Null:
@@ -18,8 +24,7 @@ nlohmann::json displayJson(const Value& value) {
         case Value::Type::String:
             return *value.asString();
         case Value::Type::Date:
-            return fmt::format("{:%Y-%m-%dT%H:%M:%S}Z",
-                               std::chrono::floor<std::chrono::seconds>(*value.asDate()));
+            return utcDateText(*value.asDate());
         case Value::Type::Data:
             return fmt::format("<{} bytes>", value.asData()->size());
         case Value::Type::Array: {

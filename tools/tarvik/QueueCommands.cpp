@@ -6,7 +6,6 @@
 #include "Models/TVKIssueSubmission.h"
 #include "Platform/PropertyList.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -26,10 +25,6 @@ std::string kindName(const TVKSubmission& submission) {
 std::string statusName(const TVKSubmission& submission) {
     return TVKSubmission::submissionStatusFolderNameForStatus(submission.submissionStatus())
         .value_or("?");
-}
-
-std::string isoDate(Date date) {
-    return fmt::format("{:%Y-%m-%dT%H:%M:%S}Z", std::chrono::floor<std::chrono::seconds>(date));
 }
 
 // Every file below the folder, relative to it and sorted, with its size.
@@ -63,7 +58,8 @@ int queueCommand(const Arguments& arguments) {
     std::printf("%zu pending submission%s\n", pending.size(), pending.size() == 1 ? "" : "s");
     for (const auto& submission : pending) {
         std::printf("%s %s %s %s\n", kindName(*submission).c_str(), submission->uuid().c_str(),
-                    statusName(*submission).c_str(), isoDate(submission->createdDate()).c_str());
+                    statusName(*submission).c_str(),
+                    utcDateText(submission->createdDate()).c_str());
         for (const auto& [name, size] : filesIn(*submission->submissionFolderPath())) {
             std::printf("    %-40s %ju bytes\n", name.c_str(), size);
         }
