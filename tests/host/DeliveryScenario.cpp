@@ -5,7 +5,6 @@
 #include <tarvik/Tarvik.h>
 
 #include "Helpers/TVKLogger.h"
-#include "Helpers/TVKSettingsManager.h"
 #include "Models/TVKEventSubmission.h"
 #include "Platform/Runtime.h"
 
@@ -14,84 +13,33 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
 namespace {
 
-struct DeliveryOptions {
-    int count = 0;
-    std::string service;
-    std::vector<std::string> pins;
-    std::string caBundle;
-    std::string apiKey = "test-key";
-    std::string message = "host event";
-    std::vector<std::string> attachments;
-    bool includeAttachments = false;
-    std::string icon;
-    bool debug = false;
-    double waitEnabled = 0;
-    double interval = 0;
-    double run = 0;
-    bool untilDelivered = false;
-};
+// Each option given after the event count, with its values in order ("" for a flag).
+using Options = std::map<std::string, std::vector<std::string>>;
 
-std::optional<DeliveryOptions> parseOptions(const std::string& scenario,
-                                            const std::vector<std::string>& arguments) {
-    DeliveryOptions options;
-    std::size_t i = 0;
-    if (scenario == "deliver") {
-        options.untilDelivered = true;
-    } else {
-        if (arguments.empty()) {
-            return std::nullopt;
-        }
-        options.count = std::atoi(arguments[i++].c_str());
-    }
-    for (; i < arguments.size(); ++i) {
-        const std::string& option = arguments[i];
-        if (option == "--include-attachments") {
-            options.includeAttachments = true;
-            continue;
-        }
-        if (option == "--debug") {
-            options.debug = true;
-            continue;
-        }
-        if (option == "--until-delivered") {
-            options.untilDelivered = true;
-            continue;
-        }
-        if (i + 1 >= arguments.size()) {
-            return std::nullopt;
-        }
-        const std::string& value = arguments[++i];
-        if (option == "--service") {
-            options.service = value;
-        } else if (option == "--pin") {
-            options.pins.push_back(value);
-        } else if (option == "--ca-bundle") {
-            options.caBundle = value;
-        } else if (option == "--api-key") {
-            options.apiKey = value;
-        } else if (option == "--message") {
-            options.message = value;
-        } else if (option == "--attach") {
-            options.attachments.push_back(value);
-        } else if (option == "--icon") {
-            options.icon = value;
-        } else if (option == "--wait-enabled") {
-            options.waitEnabled = std::atof(value.c_str());
-        } else if (option == "--interval") {
-            options.interval = std::atof(value.c_str());
-        } else if (option == "--run") {
-            options.run = std::atof(value.c_str());
+std::optional<Options> parseOptions(const std::vector<std::string>& arguments) {
+    static const std::set<std::string> flags{"--include-attachments", "--until-delivered",
+                                             "--until-queued"};
+    static const std::set<std::string> valued{"--service", "--pin",    "--ca-bundle", "--api-key",
+                                              "--message", "--attach", "--run"};
+    Options options;
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        const std::string& name = arguments[i];
+        if (flags.contains(name)) {
+            options[name].emplace_back();
+        } else if (valued.contains(name) && i + 1 < arguments.size()) {
+            options[name].push_back(arguments[++i]);
         } else {
             return std::nullopt;
         }
@@ -99,83 +47,21 @@ std::optional<DeliveryOptions> parseOptions(const std::string& scenario,
     return options;
 }
 
-// Lines written straight to the standard output the host was started with, bypassing the SDK's
-// console capture, so that a line is in the pipe the moment it is written, even if the process
-// is killed right after.
-class Report {
-  public:
-    Report() : fd_(::dup(STDOUT_FILENO)) {}
-    ~Report() { ::close(fd_); }
-    Report(const Report&) = delete;
-    Report& operator=(const Report&) = delete;
+std::string lastValue(const Options& options, const std::string& name,
+                      const std::string& fallback) {
+    auto found = options.find(name);
+    return found == options.end() ? fallback : found->second.back();
+}
 
-    void line(const std::string& text) const {
-        std::string bytes = text + "\n";
-        std::size_t done = 0;
-        while (done < bytes.size()) {
-            ssize_t n = ::write(fd_, bytes.data() + done, bytes.size() - done);
-            if (n <= 0) {
-                return;
-            }
-            done += static_cast<std::size_t>(n);
-        }
-    }
-
-  private:
-    int fd_;
-};
-
-// Reports every folder moved into the events' Queued folder. The kernel keeps each move as an
-// inotify event, so a submission that is sent and deleted at once is still seen.
-class QueuedFolderWatch {
-  public:
-    QueuedFolderWatch(const Report& report, const std::string& folder)
-        : report_(report), fd_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-        if (fd_ < 0 || ::inotify_add_watch(fd_, folder.c_str(), IN_MOVED_TO | IN_CREATE) < 0) {
-            std::fprintf(stderr, "host: cannot watch %s\n", folder.c_str());
-            std::exit(1);
-        }
-    }
-    ~QueuedFolderWatch() { ::close(fd_); }
-    QueuedFolderWatch(const QueuedFolderWatch&) = delete;
-    QueuedFolderWatch& operator=(const QueuedFolderWatch&) = delete;
-
-    void poll() {
-        alignas(inotify_event) char buffer[16384];
-        for (;;) {
-            ssize_t length = ::read(fd_, buffer, sizeof buffer);
-            if (length <= 0) {
-                return;
-            }
-            for (ssize_t offset = 0; offset < length;) {
-                const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
-                if ((event->mask & IN_ISDIR) && event->len > 0 &&
-                    reported_.insert(event->name).second) {
-                    report_.line(std::string("queued ") + event->name);
-                }
-                offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-            }
-        }
-    }
-
-  private:
-    const Report& report_;
-    int fd_;
-    std::set<std::string> reported_;
-};
-
-// (uuid, status folder name) of every event folder not yet answered for good.
-std::vector<std::pair<std::string, std::string>> pendingEvents() {
-    std::vector<std::pair<std::string, std::string>> pending;
+// "UUID STATUS" for every event folder not yet answered for good.
+std::vector<std::string> pendingEvents() {
+    std::vector<std::string> pending;
     for (const auto& [status, folder] :
-         {std::pair<std::string, std::string>{"Processing",
-                                              tarvik::TVKEventSubmission::processingFolderPath()},
-          {"Queued", tarvik::TVKEventSubmission::queuedFolderPath()}}) {
+         {std::pair{"Processing", tarvik::TVKEventSubmission::processingFolderPath()},
+          std::pair{"Queued", tarvik::TVKEventSubmission::queuedFolderPath()}}) {
         std::error_code error;
         for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-            if (entry.is_directory(error)) {
-                pending.emplace_back(entry.path().filename().string(), status);
-            }
+            pending.push_back(entry.path().filename().string() + " " + status);
         }
     }
     return pending;
@@ -211,86 +97,82 @@ __attribute__((noinline)) void recordHostEvent(const std::string& message,
     asm volatile("" ::: "memory");
 }
 
-namespace {
-
-int play(const DeliveryOptions& options) {
-    Report report;
-    if (!options.service.empty()) {
-        tarvik::TarvikDomainName = options.service;
+int runDeliveryScenario(const std::vector<std::string>& arguments, const Report& report) {
+    std::optional<Options> options = parseOptions(arguments);
+    if (arguments.empty() || !options) {
+        std::fprintf(stderr, "record-events: bad arguments (see tests/host/DeliveryScenario.h)\n");
+        return 2;
     }
+    int count = std::atoi(arguments[0].c_str());
+    tarvik::TarvikDomainName = lastValue(*options, "--service", tarvik::TarvikDomainName);
     std::string hostName = tarvik::TarvikDomainName.substr(0, tarvik::TarvikDomainName.rfind(':'));
-    if (!options.pins.empty() && !tarvik::setPinnedDomain(hostName, options.pins)) {
+    if (options->contains("--pin") && !tarvik::setPinnedDomain(hostName, options->at("--pin"))) {
         std::fprintf(stderr, "host: a pin is not the base64 text of a SHA-256 digest\n");
         return 2;
     }
-    if (!options.caBundle.empty()) {
-        tarvik::setTrustedCertificateAuthorities(options.caBundle);
+    if (options->contains("--ca-bundle")) {
+        tarvik::setTrustedCertificateAuthorities(options->at("--ca-bundle").back());
     }
-    tarvik::Dictionary bundle{{"CFBundleIdentifier", "com.tarvikhq.testhost"},
-                              {"CFBundleExecutable", "tarvik_test_host"},
-                              {"CFBundleName", "Tarvik Test Host"},
-                              {"CFBundleShortVersionString", "2.5"},
-                              {"CFBundleVersion", "250"}};
-    if (!options.icon.empty()) {
-        bundle["CFBundleIcons"] = tarvik::Dictionary{
-            {"CFBundlePrimaryIcon",
-             tarvik::Dictionary{{"CFBundleIconFiles", tarvik::Array{options.icon}}}}};
-    }
-    tarvik::setMainBundleInfo(std::move(bundle));
+    // The icon is found when a copy of the host sits beside a file TestIcon.png.
+    tarvik::Dictionary icon{{"CFBundleIconFiles", tarvik::Array{"TestIcon"}}};
+    tarvik::setMainBundleInfo(
+        {{"CFBundleIdentifier", "com.tarvikhq.testhost"},
+         {"CFBundleExecutable", "tarvik_test_host"},
+         {"CFBundleName", "Tarvik Test Host"},
+         {"CFBundleShortVersionString", "2.5"},
+         {"CFBundleVersion", "250"},
+         {"CFBundleIcons", tarvik::Dictionary{{"CFBundlePrimaryIcon", icon}}}});
     tarvik::Tarvik& sdk = tarvik::Tarvik::startWithAPIKey(
-        options.apiKey, tarvik::TarvikProcessTypeManual, options.debug);
-    QueuedFolderWatch watch(report, tarvik::TVKEventSubmission::queuedFolderPath());
+        lastValue(*options, "--api-key", "test-key"), tarvik::TarvikProcessTypeManual, false);
 
-    if (options.waitEnabled > 0) {
-        tarvik::runMainLoop(options.waitEnabled, [&] {
-            watch.poll();
-            return tarvik::TVKSettingsManager::eventSubmissionEnabled();
-        });
-        if (!tarvik::TVKSettingsManager::eventSubmissionEnabled()) {
-            std::fprintf(stderr, "host: the service did not enable events in time\n");
-            return 3;
-        }
-        report.line("enabled");
+    // Every folder moved into the events' Queued folder is reported. The kernel keeps each move
+    // as an inotify event, so a submission that is sent and deleted at once is still seen.
+    int watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    std::string queuedFolder = tarvik::TVKEventSubmission::queuedFolderPath();
+    if (watch < 0 ||
+        ::inotify_add_watch(watch, queuedFolder.c_str(), IN_MOVED_TO | IN_CREATE) < 0) {
+        std::fprintf(stderr, "host: cannot watch %s\n", queuedFolder.c_str());
+        return 1;
     }
+    std::set<std::string> queued;
+    auto poll = [&] {
+        alignas(inotify_event) char buffer[16384];
+        for (ssize_t length; (length = ::read(watch, buffer, sizeof buffer)) > 0;) {
+            for (ssize_t offset = 0; offset < length;) {
+                const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
+                if ((event->mask & IN_ISDIR) && event->len > 0 &&
+                    queued.insert(event->name).second) {
+                    report(std::string("queued ") + event->name);
+                }
+                offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+            }
+        }
+        return queued.size();
+    };
+
     describeSession(sdk);
-    for (const std::string& attachment : options.attachments) {
+    for (const std::string& attachment : (*options)["--attach"]) {
         if (!sdk.addAttachmentWithFileUrl(attachment)) {
             std::fprintf(stderr, "host: attachment %s refused\n", attachment.c_str());
             return 2;
         }
     }
-
-    report.line("recording");
-    for (int i = 0; i < options.count; ++i) {
-        recordHostEvent(fmt::format("{} {}", options.message, i), options.includeAttachments);
-        watch.poll();
-        if (options.interval > 0) {
-            tarvik::runMainLoop(options.interval, [&] {
-                watch.poll();
-                return false;
-            });
-        }
+    report("recording");
+    for (int i = 0; i < count; ++i) {
+        recordHostEvent(fmt::format("{} {}", lastValue(*options, "--message", "host event"), i),
+                        options->contains("--include-attachments"));
+        poll();
     }
-    tarvik::runMainLoop(options.run, [&] {
-        watch.poll();
-        return options.untilDelivered && pendingEvents().empty();
+    tarvik::runMainLoop(std::atof(lastValue(*options, "--run", "0").c_str()), [&] {
+        std::size_t queuedCount = poll();
+        return (options->contains("--until-delivered") && pendingEvents().empty()) ||
+               (options->contains("--until-queued") &&
+                queuedCount >= static_cast<std::size_t>(count));
     });
-    watch.poll();
-    for (const auto& [uuid, status] : pendingEvents()) {
-        report.line("left " + uuid + " " + status);
+    poll();
+    for (const std::string& pending : pendingEvents()) {
+        report("left " + pending);
     }
-    report.line("done");
+    report("done");
     return 0;
-}
-
-}  // namespace
-
-int runDeliveryScenario(const std::string& scenario, const std::vector<std::string>& arguments) {
-    std::optional<DeliveryOptions> options = parseOptions(scenario, arguments);
-    if (!options) {
-        std::fprintf(stderr, "%s: bad arguments (see tests/host/DeliveryScenario.h)\n",
-                     scenario.c_str());
-        return 2;
-    }
-    return play(*options);
 }

@@ -1,14 +1,15 @@
 #include "support/DeliveryFixture.h"
 
-#include "Helpers/TVKSettingsManager.h"
+#include "support/Files.h"
+
+#include <atomic>
+#include <filesystem>
 
 namespace tarvik::testsupport {
 
-namespace {
-Data bytesOf(const std::string& text) {
-    return Data(text.begin(), text.end());
+HttpResult answerWithBody(long status, const std::string& text) {
+    return HttpResult::answer(status, Data(text.begin(), text.end()));
 }
-}  // namespace
 
 DeliveryTest::DeliveryTest(bool debug)
     : previousDomain_(TarvikDomainName), submissionAnswer_([] { return HttpResult::answer(200); }) {
@@ -16,7 +17,7 @@ DeliveryTest::DeliveryTest(bool debug)
     transport().setResponder([this](const HttpRequest& request) {
         std::lock_guard lock(mutex_);
         if (request.method == "GET") {
-            return HttpResult::answer(200, bytesOf(configurationDocument_));
+            return answerWithBody(200, configurationDocument_);
         }
         return submissionAnswer_();
     });
@@ -38,14 +39,6 @@ void DeliveryTest::setConfigurationAnswer(std::string document) {
     configurationDocument_ = std::move(document);
 }
 
-std::size_t DeliveryTest::configurationRequestCount() {
-    std::size_t count = 0;
-    for (const auto& exchange : transport().exchanges()) {
-        count += exchange.request.method == "GET" ? 1 : 0;
-    }
-    return count;
-}
-
 std::vector<testing::FakeHttpTransport::Exchange> DeliveryTest::submissionsSent() {
     std::vector<testing::FakeHttpTransport::Exchange> posts;
     for (auto& exchange : transport().exchanges()) {
@@ -64,6 +57,20 @@ std::shared_ptr<TVKEventSubmission> DeliveryTest::makeEvent(const std::string& m
 
 std::string DeliveryTest::queuedFolderOf(const TVKSubmission& submission) const {
     return *submission.submissionFolderPathForStatus(TVKSubmissionStatusQueued);
+}
+
+void DeliveryTest::gather(const std::shared_ptr<TVKSubmission>& submission) {
+    std::atomic<bool> completed{false};
+    submission->copyAllFilesWithCompletionHandler([&](auto) { completed = true; });
+    test.drain();
+    ASSERT_TRUE(completed.load());
+}
+
+std::string DeliveryTest::hostFile(const std::string& name, const std::string& content) {
+    std::filesystem::create_directories(test.root() + "/host");
+    std::string path = test.root() + "/host/" + name;
+    writeFile(path, content);
+    return path;
 }
 
 }  // namespace tarvik::testsupport

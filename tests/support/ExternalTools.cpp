@@ -2,19 +2,15 @@
 
 #include <array>
 #include <cstdio>
-#include <fstream>
+#include <regex>
 
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace tarvik::testsupport {
 
 std::string shellQuoted(const std::string& text) {
-    std::string quoted = "'";
-    for (char c : text) {
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return quoted + "'";
+    // Each quote closes the quoted text, adds an escaped quote and opens it again.
+    return "'" + std::regex_replace(text, std::regex("'"), "'\\''") + "'";
 }
 
 CommandResult runCommand(const std::string& command) {
@@ -34,17 +30,9 @@ CommandResult runCommand(const std::string& command) {
 }
 
 CommandResult runPython(const std::string& script, const std::string& arguments) {
-    char path[] = "/tmp/tarvik-check-XXXXXX.py";
-    int fd = ::mkstemps(path, 3);
-    if (fd < 0) {
-        return {};
-    }
-    ::close(fd);
-    std::ofstream(path) << script;
-    CommandResult result =
-        runCommand(std::string(TARVIK_TEST_PYTHON) + " " + path + " " + arguments);
-    ::unlink(path);
-    return result;
+    // "-c" keeps sys.argv[1:] as the arguments and needs no script file.
+    return runCommand(std::string(TARVIK_TEST_PYTHON) + " -c " + shellQuoted(script) + " " +
+                      arguments);
 }
 
 }  // namespace tarvik::testsupport

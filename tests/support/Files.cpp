@@ -10,11 +10,6 @@ std::string readFile(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-Data readFileData(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Data(std::istreambuf_iterator<char>(in), {});
-}
-
 void writeFile(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }

@@ -8,7 +8,6 @@ namespace tarvik::testsupport {
 
 // The whole file, byte for byte; empty when it cannot be read.
 std::string readFile(const std::string& path);
-Data readFileData(const std::string& path);
 
 // Replaces the file's contents with the bytes, creating the file but not its folder.
 void writeFile(const std::string& path, const std::string& bytes);

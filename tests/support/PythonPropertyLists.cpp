@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <sstream>
 
 namespace tarvik::testsupport {
@@ -30,14 +31,6 @@ def nested(levels, leaf):
 
 )";
 
-Data fromHex(const std::string& hex) {
-    Data bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
-}
-
 }  // namespace
 
 std::vector<Data> pythonPropertyLists(const std::vector<std::string>& expressions,
@@ -48,7 +41,7 @@ std::vector<Data> pythonPropertyLists(const std::vector<std::string>& expression
         script += "    " + expression + ",\n";
     }
     script += "]\nfor value in values:\n";
-    script += "    print(plistlib.dumps(value, fmt=plistlib." + format + ").hex())\n";
+    script += "    print(*plistlib.dumps(value, fmt=plistlib." + format + "))\n";
     CommandResult result = runPython(script);
     if (result.exitCode != 0) {
         ADD_FAILURE() << "Python could not write the property lists:\n" << result.output;
@@ -56,8 +49,10 @@ std::vector<Data> pythonPropertyLists(const std::vector<std::string>& expression
     }
     std::vector<Data> lists;
     std::istringstream lines(result.output);
+    // One line per property list, its bytes as decimal numbers.
     for (std::string line; std::getline(lines, line);) {
-        lists.push_back(fromHex(line));
+        std::istringstream numbers(line);
+        lists.emplace_back(std::istream_iterator<int>(numbers), std::istream_iterator<int>());
     }
     return lists.size() == expressions.size() ? lists : std::vector<Data>{};
 }

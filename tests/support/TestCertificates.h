@@ -1,12 +1,9 @@
 #pragma once
 
-#include <tarvik/Value.h>
-
 #include "Platform/ServerTrust.h"
 
 #include <openssl/types.h>
 
-#include <memory>
 #include <string>
 
 namespace tarvik::testsupport {
@@ -14,7 +11,7 @@ namespace tarvik::testsupport {
 // A small certificate authority made with OpenSSL when a test first needs it: an RSA 2048
 // root, an EC P-384 intermediate signed by it, and server certificates signed by the
 // intermediate. Keys take a moment to generate, so each is made once per test process.
-enum class KeyKind { Rsa2048, Rsa4096, EcP256, EcP384 };
+enum class KeyKind { Rsa2048, Rsa4096, EcP256 };
 
 inline const std::string testHostname = "api.example.test";
 
@@ -24,20 +21,12 @@ X509* intermediateCertificate();
 X509* leafCertificate(KeyKind kind);
 // Like the RSA 2048 leaf, but its validity ended a day ago.
 X509* expiredLeafCertificate();
-// For testHostname, signed by its own key.
+// Like the RSA 2048 leaf, but signed by its own key.
 X509* selfSignedLeafCertificate();
-// Signed by the intermediate, for "other.example.test".
-X509* otherHostLeafCertificate();
-// Signed by the intermediate, for any host name; made anew on each call.
+// Like the RSA 2048 leaf, but for any host name; made anew on each call.
 CertificateRef leafCertificateFor(const std::string& hostname);
-
-// The key of a certificate, for independent computations.
-EVP_PKEY* publicKey(X509* certificate);
 
 // What a server sends (its certificate, then the intermediate), trusting the test root only.
 ServerTrust trustFor(X509* leaf, const std::string& hostname = testHostname);
-
-std::string pemOf(X509* certificate);
-Data derOf(X509* certificate);
 
 }  // namespace tarvik::testsupport

@@ -30,11 +30,6 @@ std::vector<PythonZipEntry> readZipWithPython(const std::string& archive,
 // decrypted with the password.
 void expectUnzipTestPasses(const std::string& archive, const std::string& password = "");
 
-// Extracts every entry with `unzip` into `folder`, decrypting with the password; a failure is
-// reported to GoogleTest.
-void extractWithUnzip(const std::string& archive, const std::string& folder,
-                      const std::string& password = "");
-
 // The entry names as `unzip -Z1` prints them in a UTF-8 locale, one per entry.
 std::vector<std::string> listNamesWithUnzip(const std::string& archive);
 

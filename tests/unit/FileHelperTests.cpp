@@ -1,22 +1,17 @@
 #include "Helpers/TVKFileHelper.h"
+#include "Helpers/Tarvik_ZipFile.h"
 #include "Platform/Testing/TestRuntime.h"
-#include "support/ExternalTools.h"
 #include "support/Files.h"
-#include "support/PermissionsEnforced.h"
+#include "support/ReadOnlyFolder.h"
+#include "support/ZipArchiveChecks.h"
 
 #include <tarvik/Tarvik.h>
 
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
-#include <optional>
-#include <sstream>
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 namespace tarvik {
@@ -24,13 +19,18 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::TestRuntime;
-using testsupport::folderRefusesNewFiles;
-using testsupport::PermissionsEnforced;
+using testsupport::expectUnzipTestPasses;
+using testsupport::PythonZipEntry;
 using testsupport::readFile;
-using testsupport::runCommand;
-using testsupport::runPython;
-using testsupport::shellQuoted;
+using testsupport::ReadOnlyFolder;
+using testsupport::readZipWithPython;
 using testsupport::writeFile;
+using Lines = std::vector<std::string>;
+
+// The start and the usual ends of the helper's console lines.
+const std::string kFailed = "Tarvik Error -- FAILED to ";
+const std::string kNoSuchFile = " \n No such file or directory";
+const std::string kDenied = " \n Permission denied";
 
 // Bytes whose pattern does not repeat every 1024 bytes, so a chunk written twice, skipped or
 // out of order shows up.
@@ -42,330 +42,173 @@ std::string patternedBytes(size_t length) {
     return bytes;
 }
 
-// Compares binary contents and reports where they part, instead of printing them whole.
-::testing::AssertionResult sameBytes(const std::string& actual, const std::string& expected) {
-    if (actual == expected) {
-        return ::testing::AssertionSuccess();
+// The helper's failures are console lines, written only in debug mode: the tests run in it.
+class FileHelper : public ::testing::Test {
+  protected:
+    FileHelper() { Tarvik::sharedInstance().setDebug(true); }
+
+    std::string at(const std::string& relativePath) const {
+        return test.root() + "/" + relativePath;
     }
-    auto parted = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
-    return ::testing::AssertionFailure()
-           << "sizes " << actual.size() << " and " << expected.size() << ", first difference at "
-           << (parted.first - actual.begin());
+
+    TestRuntime test;
+};
+
+TEST_F(FileHelper, CreateMakesParentFoldersForFoldersOnly) {
+    TVKFileHelper::createDirectoryAtPath(at("a/b/c"));
+    TVKFileHelper::createFileAtPath(at("a/with.bin"), Data{0, 1, 2, 0xff, 0});
+    TVKFileHelper::createFileAtPath(at("a/empty.bin"));
+    EXPECT_TRUE(fs::is_directory(at("a/b/c")));
+    EXPECT_EQ(readFile(at("a/with.bin")), std::string("\0\1\2\xff\0", 5));
+    EXPECT_EQ(fs::file_size(at("a/empty.bin")), 0u);
+
+    // Whatever exists already is left as it is, silently.
+    TVKFileHelper::createDirectoryAtPath(at("a"));
+    TVKFileHelper::createFileAtPath(at("a/b"), Data{'x'});
+    TVKFileHelper::createFileAtPath(at("a/with.bin"), Data{'n', 'e', 'w'});
+    EXPECT_TRUE(fs::is_directory(at("a/b/c")));
+    EXPECT_EQ(readFile(at("a/with.bin")), std::string("\0\1\2\xff\0", 5));
+    EXPECT_TRUE(test.consoleLines().empty());
+
+    TVKFileHelper::createFileAtPath(at("missing/file.txt"));
+    EXPECT_FALSE(fs::exists(at("missing")));
+    EXPECT_EQ(test.consoleLines(),
+              Lines{kFailed + "create FILE: " + at("missing/file.txt") + " \n (null)"});
 }
 
-void turnDebugOn() {
-    Tarvik::sharedInstance().setDebug(true);
-}
-
-bool folderCanBeListed(const std::string& folder) {
-    DIR* listing = ::opendir(folder.c_str());
-    if (listing) {
-        ::closedir(listing);
-    }
-    return listing != nullptr;
+TEST_F(FileHelper, RemoveTakesWholeFoldersAndClearEmptiesFilesBothSkipMissingPaths) {
+    TVKFileHelper::createDirectoryAtPath(at("tree/sub"));
+    writeFile(at("tree/sub/file"), "x");
+    writeFile(at("log.txt"), "some text");
+    TVKFileHelper::removeFileAtPath(at("tree"));
+    TVKFileHelper::removeFileAtPath(at("never-there"));
+    TVKFileHelper::clearFileAtPath(at("log.txt"));
+    TVKFileHelper::clearFileAtPath(at("absent.txt"));
+    EXPECT_FALSE(fs::exists(at("tree")));
+    EXPECT_EQ(fs::file_size(at("log.txt")), 0u);
+    EXPECT_FALSE(fs::exists(at("absent.txt")));
+    EXPECT_TRUE(test.consoleLines().empty());
 }
 
 // ----------------------------------------------------------------------------------------------
 
-TEST(FileHelperCreate, ExistingItemsAreSilentNoOps) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string folder = test.root() + "/folder";
-    std::string file = test.root() + "/file.txt";
-    TVKFileHelper::createDirectoryAtPath(folder);
-    writeFile(folder + "/inside", "kept");
-    writeFile(file, "old");
-
-    TVKFileHelper::createDirectoryAtPath(folder);
-    TVKFileHelper::createFileAtPath(folder, Data{'x'});
-    TVKFileHelper::createFileAtPath(file, Data{'n', 'e', 'w'});
-
-    EXPECT_TRUE(fs::is_directory(folder));
-    EXPECT_EQ(readFile(folder + "/inside"), "kept");
-    EXPECT_EQ(readFile(file), "old");
+// The refusal is a test on the path text: the destination must not contain the source's path,
+// so even a sibling whose name starts like the source is refused.
+TEST_F(FileHelper, CopyRefusesDestinationsContainingTheSourcePath) {
+    writeFile(at("report.txt"), "original");
+    TVKFileHelper::createDirectoryAtPath(at("folder/sub"));
+    TVKFileHelper::createDirectoryAtPath(at("report.txt-archive"));
+    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(at("report.txt"), test.root()));
+    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(at("report.txt"), test.root() + "/"));
+    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(at("folder"), at("folder/sub")));
+    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(at("report.txt"), at("report.txt-archive")));
+    EXPECT_EQ(readFile(at("report.txt")), "original");
+    EXPECT_FALSE(fs::exists(at("folder/sub/folder")));
+    EXPECT_TRUE(fs::is_empty(at("report.txt-archive")));
     EXPECT_TRUE(test.consoleLines().empty());
+
+    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(at("gone.txt"), at("x")));
+    EXPECT_EQ(test.consoleLines(), Lines{kFailed + "copy file: " + at("gone.txt") +
+                                         " \n into folder : " + at("x") + kNoSuchFile});
 }
 
-TEST(FileHelperCreate, FoldersGetIntermediateFoldersFilesDoNot) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string deepFolder = test.root() + "/a/b/c";
-    std::string orphanFile = test.root() + "/missing/file.txt";
-
-    TVKFileHelper::createDirectoryAtPath(deepFolder);
-    TVKFileHelper::createFileAtPath(orphanFile);
-
-    EXPECT_TRUE(fs::is_directory(deepFolder));
-    EXPECT_FALSE(fs::exists(test.root() + "/missing"));
-    EXPECT_EQ(test.consoleLines(),
-              std::vector<std::string>{"Tarvik Error -- FAILED to create FILE: " + orphanFile +
-                                       " \n (null)"});
+// A folder is copied with everything in it, over whatever had its name at the destination.
+TEST_F(FileHelper, CopyTakesFoldersWholeAndReplacesWhatIsAtTheDestination) {
+    TVKFileHelper::createDirectoryAtPath(at("submission/attachments"));
+    writeFile(at("submission/info.plist"), "plist");
+    writeFile(at("submission/attachments/.hidden"), "hidden");
+    TVKFileHelper::createDirectoryAtPath(at("Queued/submission/stale"));
+    ASSERT_TRUE(TVKFileHelper::copyFileFromPath(at("submission"), at("Queued")));
+    EXPECT_EQ(readFile(at("Queued/submission/info.plist")), "plist");
+    EXPECT_EQ(readFile(at("Queued/submission/attachments/.hidden")), "hidden");
+    EXPECT_FALSE(fs::exists(at("Queued/submission/stale")));
+    EXPECT_EQ(readFile(at("submission/info.plist")), "plist");
 }
 
-TEST(FileHelperCreate, FileGetsTheGivenContentsOrNone) {
-    TestRuntime test;
-    std::string withContents = test.root() + "/with.bin";
-    std::string empty = test.root() + "/empty.bin";
-    Data bytes{0, 1, 2, 0xff, 0};
-    TVKFileHelper::createFileAtPath(withContents, bytes);
-    TVKFileHelper::createFileAtPath(empty);
-    EXPECT_EQ(readFile(withContents), std::string("\0\1\2\xff\0", 5));
-    EXPECT_TRUE(fs::is_regular_file(empty));
-    EXPECT_EQ(fs::file_size(empty), 0u);
-}
-
-TEST(FileHelperCreate, RemoveTakesFoldersWithContentsAndIgnoresMissingPaths) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string folder = test.root() + "/tree";
-    TVKFileHelper::createDirectoryAtPath(folder + "/sub");
-    writeFile(folder + "/sub/file", "x");
-    TVKFileHelper::removeFileAtPath(folder);
-    TVKFileHelper::removeFileAtPath(test.root() + "/never-there");
-    EXPECT_FALSE(fs::exists(folder));
-    EXPECT_TRUE(test.consoleLines().empty());
-}
-
-TEST(FileHelperCreate, ClearTruncatesAnExistingFileOnly) {
-    TestRuntime test;
-    std::string file = test.root() + "/log.txt";
-    writeFile(file, "some text");
-    TVKFileHelper::clearFileAtPath(file);
-    TVKFileHelper::clearFileAtPath(test.root() + "/absent.txt");
-    EXPECT_TRUE(fs::exists(file));
-    EXPECT_EQ(fs::file_size(file), 0u);
-    EXPECT_FALSE(fs::exists(test.root() + "/absent.txt"));
-}
-
-// ----------------------------------------------------------------------------------------------
-
-TEST(FileHelperCopy, IntoTheFolderThatHoldsItFails) {
-    TestRuntime test;
-    std::string file = test.root() + "/report.txt";
-    writeFile(file, "original");
-    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(file, test.root()));
-    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(file, test.root() + "/"));
-    EXPECT_EQ(readFile(file), "original");
-}
-
-TEST(FileHelperCopy, DestinationContainingTheSourcePathIsRefused) {
-    TestRuntime test;
-    std::string folder = test.root() + "/folder";
-    TVKFileHelper::createDirectoryAtPath(folder + "/sub");
-    writeFile(folder + "/file", "x");
-    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(folder, folder + "/sub"));
-    EXPECT_FALSE(fs::exists(folder + "/sub/folder"));
-
-    // The test is on the path text: a sibling whose name starts like the source counts too.
-    std::string log = test.root() + "/log";
-    writeFile(log, "x");
-    TVKFileHelper::createDirectoryAtPath(test.root() + "/log-archive");
-    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(log, test.root() + "/log-archive"));
-    EXPECT_FALSE(fs::exists(test.root() + "/log-archive/log"));
-}
-
-TEST(FileHelperCopy, ReplacesWhateverIsAtTheDestination) {
-    TestRuntime test;
-    std::string source = test.root() + "/data.txt";
-    std::string target = test.root() + "/out";
-    writeFile(source, "new");
-    TVKFileHelper::createDirectoryAtPath(target);
-    writeFile(target + "/data.txt", "older and longer");
-    ASSERT_TRUE(TVKFileHelper::copyFileFromPath(source, target));
-    EXPECT_EQ(readFile(target + "/data.txt"), "new");
-
-    // A folder of the same name is replaced by the file too.
-    fs::remove(target + "/data.txt");
-    TVKFileHelper::createDirectoryAtPath(target + "/data.txt/inner");
-    ASSERT_TRUE(TVKFileHelper::copyFileFromPath(source, target));
-    EXPECT_EQ(readFile(target + "/data.txt"), "new");
-    EXPECT_EQ(readFile(source), "new");
-}
-
-TEST(FileHelperCopy, CopiesAFolderWithEverythingInIt) {
-    TestRuntime test;
-    std::string source = test.root() + "/submission";
-    TVKFileHelper::createDirectoryAtPath(source + "/attachments");
-    writeFile(source + "/info.plist", "plist");
-    writeFile(source + "/attachments/.hidden", "hidden");
-    TVKFileHelper::createDirectoryAtPath(test.root() + "/Queued");
-    ASSERT_TRUE(TVKFileHelper::copyFileFromPath(source, test.root() + "/Queued"));
-    EXPECT_EQ(readFile(test.root() + "/Queued/submission/info.plist"), "plist");
-    EXPECT_EQ(readFile(test.root() + "/Queued/submission/attachments/.hidden"), "hidden");
-}
-
-TEST(FileHelperCopy, PathsWithSpacesAndNonAsciiLettersWork) {
-    TestRuntime test;
-    std::string folder = test.root() + "/Ordner mit Ümlaut";
-    std::string source = test.root() + "/mes fichiers/résumé été.txt";
-    TVKFileHelper::createDirectoryAtPath(folder);
-    TVKFileHelper::createDirectoryAtPath(test.root() + "/mes fichiers");
-    ASSERT_TRUE(TVKFileHelper::writeString("déjà vu", source));
-    TVKFileHelper::moveFileFromPath(source, folder);
-    EXPECT_FALSE(fs::exists(source));
-    EXPECT_EQ(TVKFileHelper::stringWithContentsOfFileAtPath(folder + "/résumé été.txt"), "déjà vu");
-}
-
-TEST(FileHelperCopy, VanishedSourceFailsWithTheCopyMessage) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string source = test.root() + "/gone.txt";
-    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(source, test.root() + "/x"));
-    EXPECT_EQ(test.consoleLines(),
-              std::vector<std::string>{"Tarvik Error -- FAILED to copy file: " + source +
-                                       " \n into folder : " + test.root() +
-                                       "/x \n No such file or directory"});
-}
-
-TEST(FileHelperCopy, MoveRemovesTheSourceOnlyAfterACopy) {
-    TestRuntime test;
-    std::string source = test.root() + "/item.txt";
-    writeFile(source, "payload");
-
-    TVKFileHelper::moveFileFromPath(source, test.root());  // refused: onto itself
-    TVKFileHelper::moveFileFromPath(source, test.root() + "/no-such-folder");
-    EXPECT_EQ(readFile(source), "payload");
-
-    TVKFileHelper::createDirectoryAtPath(test.root() + "/Sent");
-    TVKFileHelper::moveFileFromPath(source, test.root() + "/Sent");
-    EXPECT_FALSE(fs::exists(source));
-    EXPECT_EQ(readFile(test.root() + "/Sent/item.txt"), "payload");
-}
-
-TEST(FileHelperCopy, AMoveWithinOneFileSystemIsARenameThatReplacesTheTarget) {
-    // A rename cannot be cut in half by the app being killed, as a copy can.
-    TestRuntime test;
-    std::string source = test.root() + "/Processing/ABC";
-    fs::create_directories(source + "/tarvik_attachments");
-    fs::create_directories(test.root() + "/Queued/ABC");
-    writeFile(source + "/tarvik_attachments/log.txt", "log");
-    writeFile(test.root() + "/Queued/ABC/stale.txt", "stale");
+// A move within one file system is a rename, which the app being killed cannot cut in half as it
+// can a copy; where it cannot happen, the source stays.
+TEST_F(FileHelper, MoveRenamesOverTheTargetAndKeepsTheSourceWhenRefused) {
+    fs::create_directories(at("Processing/ABC/tarvik_attachments"));
+    fs::create_directories(at("Queued/ABC"));
+    writeFile(at("Processing/ABC/tarvik_attachments/log.txt"), "log");
+    writeFile(at("Queued/ABC/stale.txt"), "stale");
     auto inodeOf = [](const std::string& path) {
         struct stat info {};
         return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
     };
-    ino_t before = inodeOf(source);
+    ino_t before = inodeOf(at("Processing/ABC"));
 
-    TVKFileHelper::moveFileFromPath(source, test.root() + "/Queued");
-    EXPECT_EQ(inodeOf(test.root() + "/Queued/ABC"), before);
-    EXPECT_FALSE(fs::exists(source));
-    EXPECT_FALSE(fs::exists(test.root() + "/Queued/ABC/stale.txt"));
-    EXPECT_EQ(readFile(test.root() + "/Queued/ABC/tarvik_attachments/log.txt"), "log");
+    TVKFileHelper::moveFileFromPath(at("Processing/ABC"), at("Processing"));  // onto itself
+    TVKFileHelper::moveFileFromPath(at("Processing/ABC"), at("no-such-folder"));
+    ASSERT_EQ(inodeOf(at("Processing/ABC")), before);
+    TVKFileHelper::moveFileFromPath(at("Processing/ABC"), at("Queued"));
+    EXPECT_EQ(inodeOf(at("Queued/ABC")), before);
+    EXPECT_FALSE(fs::exists(at("Processing/ABC")));
+    EXPECT_FALSE(fs::exists(at("Queued/ABC/stale.txt")));
+    EXPECT_EQ(readFile(at("Queued/ABC/tarvik_attachments/log.txt")), "log");
+}
+
+TEST_F(FileHelper, ReadOnlyFolderRefusesEveryChangeWithItsMessage) {
+    writeFile(at("source.txt"), "x");
+    fs::create_directory(at("locked"));
+    writeFile(at("locked/stays"), "x");
+    ReadOnlyFolder locked(at("locked"));
+    if (!locked.refusesNewFiles()) {
+        GTEST_SKIP() << "this process can write into read-only folders";
+    }
+    const std::string folder = locked.path();
+
+    TVKFileHelper::createDirectoryAtPath(folder + "/dir");
+    TVKFileHelper::createFileAtPath(folder + "/file");
+    EXPECT_FALSE(TVKFileHelper::writeString("text", folder + "/string.txt"));
+    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(at("source.txt"), folder));
+    TVKFileHelper::writeDictionary({{"k", 1}}, folder + "/dict.json");
+    TVKFileHelper::removeFileAtPath(folder + "/stays");
+
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1);
+    EXPECT_EQ(readFile(folder + "/stays"), "x");
+    EXPECT_EQ(
+        test.consoleLines(),
+        (Lines{kFailed + "create DIRECTORY: " + folder + "/dir" + kDenied,
+               kFailed + "create FILE: " + folder + "/file \n (null)",
+               kFailed + "write String text \n to file: " + folder + "/string.txt \n",
+               kFailed + "copy file: " + at("source.txt") + " \n into folder : " + folder + kDenied,
+               kFailed + "write dictionary to file: " + folder + "/dict.json" + kDenied,
+               kFailed + "remove file: " + folder + "/stays" + kDenied}));
 }
 
 // ----------------------------------------------------------------------------------------------
 
-TEST(FileHelperReadOnlyFolder, CreateWriteAndCopyIntoItFailCleanly) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string locked = test.root() + "/locked";
-    std::string source = test.root() + "/source.txt";
-    TVKFileHelper::createDirectoryAtPath(locked);
-    writeFile(source, "x");
-    ::chmod(locked.c_str(), 0555);
-    PermissionsEnforced enforced;
-    if (!folderRefusesNewFiles(locked)) {
-        GTEST_SKIP() << "this process can write into read-only folders";
-    }
-
-    TVKFileHelper::createDirectoryAtPath(locked + "/dir");
-    TVKFileHelper::createFileAtPath(locked + "/file");
-    bool written = TVKFileHelper::writeString("text", locked + "/string.txt");
-    bool copied = TVKFileHelper::copyFileFromPath(source, locked);
-    TVKFileHelper::writeDictionary({{"k", 1}}, locked + "/dict.json");
-
-    EXPECT_FALSE(written);
-    EXPECT_FALSE(copied);
-    EXPECT_TRUE(fs::is_empty(locked));
-    EXPECT_EQ(readFile(source), "x");
-    std::vector<std::string> lines = test.consoleLines();
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_EQ(lines[0], "Tarvik Error -- FAILED to create DIRECTORY: " + locked +
-                            "/dir \n Permission denied");
-    EXPECT_EQ(lines[1], "Tarvik Error -- FAILED to create FILE: " + locked + "/file \n (null)");
-    EXPECT_EQ(lines[2], "Tarvik Error -- FAILED to write String text \n to file: " + locked +
-                            "/string.txt \n");
-    EXPECT_EQ(lines[3], "Tarvik Error -- FAILED to copy file: " + source +
-                            " \n into folder : " + locked + " \n Permission denied");
-    EXPECT_EQ(lines[4], "Tarvik Error -- FAILED to write dictionary to file: " + locked +
-                            "/dict.json \n Permission denied");
-}
-
-TEST(FileHelperReadOnlyFolder, RemovingFromItFailsWithTheRemoveMessage) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string locked = test.root() + "/locked";
-    TVKFileHelper::createDirectoryAtPath(locked);
-    writeFile(locked + "/stays", "x");
-    ::chmod(locked.c_str(), 0555);
-    PermissionsEnforced enforced;
-    if (!folderRefusesNewFiles(locked)) {
-        GTEST_SKIP() << "this process can write into read-only folders";
-    }
-
-    TVKFileHelper::removeFileAtPath(locked + "/stays");
-    EXPECT_TRUE(fs::exists(locked + "/stays"));
-    EXPECT_EQ(test.consoleLines(),
-              std::vector<std::string>{"Tarvik Error -- FAILED to remove file: " + locked +
-                                       "/stays \n Permission denied"});
-}
-
-// ----------------------------------------------------------------------------------------------
-
-TEST(FileHelperSizeLimit, CompressibleFilesGetTenTimesTheLimit) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string json = test.root() + "/big.json";
-    std::string png = test.root() + "/big.png";
-    writeFile(json, std::string(150000, 'a'));
-    writeFile(png, std::string(150000, 'a'));
-    EXPECT_FALSE(TVKFileHelper::fileSizeTooBig(json));
-    EXPECT_TRUE(TVKFileHelper::fileSizeTooBig(png));
-    EXPECT_EQ(test.consoleLines(),
-              std::vector<std::string>{"big.png is of size 150000. Limit is 102400"});
-}
-
-TEST(FileHelperSizeLimit, LimitsAreInclusive) {
-    TestRuntime test;
-    turnDebugOn();
-    auto tooBig = [&](const std::string& name, size_t size) {
-        writeFile(test.root() + "/" + name, std::string(size, 'z'));
-        return TVKFileHelper::fileSizeTooBig(test.root() + "/" + name);
+// Text types get ten times the 100 KiB limit, and both limits are inclusive. The extension test
+// is case sensitive ("JSON" is not text), the MIME lookup is not ("TXT" is text/plain).
+TEST_F(FileHelper, SizeLimitIsTenfoldForTextAndInclusive) {
+    struct Case {
+        std::string name;
+        size_t size;
+        bool tooBig;
     };
-    EXPECT_FALSE(tooBig("at.bin", 102400));
-    EXPECT_TRUE(tooBig("over.bin", 102401));
-    // "log" is text/plain in the MIME table, so the tenfold limit applies.
-    EXPECT_FALSE(tooBig("at.log", 1024000));
-    EXPECT_TRUE(tooBig("over.log", 1024001));
+    const Case cases[] = {
+        {"at.bin", 102400, false},   {"over.bin", 102401, true},   {"at.log", 1024000, false},
+        {"over.log", 1024001, true}, {"upper.JSON", 150000, true}, {"upper.TXT", 150000, false},
+    };
+    for (const Case& c : cases) {
+        writeFile(at(c.name), std::string(c.size, 'z'));
+        EXPECT_EQ(TVKFileHelper::fileSizeTooBig(at(c.name)), c.tooBig) << c.name;
+    }
+    // What cannot be opened as a file counts as too big.
+    TVKFileHelper::createDirectoryAtPath(at("folder.json"));
+    EXPECT_TRUE(TVKFileHelper::fileSizeTooBig(at("missing.json")));
+    EXPECT_TRUE(TVKFileHelper::fileSizeTooBig(at("folder.json")));
+    // The message names the base limit even where the tenfold one applied.
+    const std::string noHandle = "Tarvik Error - FAILED to get filehandle for file at path : ";
     EXPECT_EQ(test.consoleLines(),
-              (std::vector<std::string>{"over.bin is of size 102401. Limit is 102400",
-                                        "over.log is of size 1024001. Limit is 102400"}));
+              (Lines{"over.bin is of size 102401. Limit is 102400",
+                     "over.log is of size 1024001. Limit is 102400",
+                     "upper.JSON is of size 150000. Limit is 102400", noHandle + at("missing.json"),
+                     noHandle + at("folder.json")}));
 }
 
-TEST(FileHelperSizeLimit, ExtensionTestIsCaseSensitiveButMimeLookupIsNot) {
-    TestRuntime test;
-    writeFile(test.root() + "/upper.JSON", std::string(150000, 'a'));
-    writeFile(test.root() + "/upper.TXT", std::string(150000, 'a'));
-    EXPECT_TRUE(TVKFileHelper::fileSizeTooBig(test.root() + "/upper.JSON"));
-    EXPECT_FALSE(TVKFileHelper::fileSizeTooBig(test.root() + "/upper.TXT"));
-}
-
-TEST(FileHelperSizeLimit, MissingFileAndFolderAreTooBig) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string missing = test.root() + "/missing.json";
-    std::string folder = test.root() + "/folder.json";
-    TVKFileHelper::createDirectoryAtPath(folder);
-    EXPECT_TRUE(TVKFileHelper::fileSizeTooBig(missing));
-    EXPECT_TRUE(TVKFileHelper::fileSizeTooBig(folder));
-    EXPECT_EQ(test.consoleLines(),
-              (std::vector<std::string>{
-                  "Tarvik Error - FAILED to get filehandle for file at path : " + missing,
-                  "Tarvik Error - FAILED to get filehandle for file at path : " + folder}));
-}
-
-TEST(FileHelperSizeLimit, ShouldZipTextTypesAndTextExtensions) {
-    TestRuntime test;
+TEST_F(FileHelper, ShouldZipTextTypesAndTextExtensions) {
     EXPECT_TRUE(TVKFileHelper::shouldZipFileWithExtension("xml", std::nullopt));
     EXPECT_TRUE(TVKFileHelper::shouldZipFileWithExtension("plist", std::nullopt));
     EXPECT_TRUE(TVKFileHelper::shouldZipFileWithExtension("geojson", std::nullopt));
@@ -381,103 +224,96 @@ TEST(FileHelperSizeLimit, ShouldZipTextTypesAndTextExtensions) {
 
 // ----------------------------------------------------------------------------------------------
 
-TEST(FileHelperAppend, StringCreatesAMissingFileAndExtendsAnExistingOne) {
-    TestRuntime test;
-    std::string file = test.root() + "/console.log";
-    EXPECT_TRUE(TVKFileHelper::appendString("first ", file));
-    EXPECT_TRUE(TVKFileHelper::appendString("second ü", file));
-    EXPECT_EQ(readFile(file), "first second ü");
-}
+// A string that cannot go into a new file is "not written"; one refused by an open file (as
+// /dev/full refuses every write, like a full disk) is "not appended".
+TEST_F(FileHelper, AppendStringCreatesOrExtendsAndReportsWhatItCannotWrite) {
+    EXPECT_TRUE(TVKFileHelper::appendString("first ", at("console.log")));
+    EXPECT_TRUE(TVKFileHelper::appendString("second ü", at("console.log")));
+    EXPECT_EQ(readFile(at("console.log")), "first second ü");
 
-TEST(FileHelperAppend, StringIntoAMissingFolderFailsWithTheWriteMessage) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string file = test.root() + "/nowhere/console.log";
-    EXPECT_FALSE(TVKFileHelper::appendString("hello", file));
-    EXPECT_EQ(test.consoleLines(),
-              std::vector<std::string>{
-                  "Tarvik Error -- FAILED to write String hello \n to file: " + file + " \n"});
-}
-
-TEST(FileHelperAppend, StringThatCannotBeWrittenFailsWithTheAppendMessage) {
-    TestRuntime test;
-    turnDebugOn();
-    // /dev/full opens for writing and refuses every write, as a full disk does.
-    if (!fs::exists("/dev/full")) {
-        GTEST_SKIP() << "no /dev/full on this system";
-    }
+    EXPECT_FALSE(TVKFileHelper::appendString("hello", at("nowhere/console.log")));
     EXPECT_FALSE(TVKFileHelper::appendString("line", "/dev/full"));
-    EXPECT_EQ(test.consoleLines(),
-              std::vector<std::string>{
-                  "Tarvik Error -- FAILED to Append String line \n to file: /dev/full \n"});
+    EXPECT_EQ(
+        test.consoleLines(),
+        (Lines{kFailed + "write String hello \n to file: " + at("nowhere/console.log") + " \n",
+               "Tarvik Error -- FAILED to Append String line \n to file: /dev/full \n"}));
 }
 
-class FileHelperAppendSizes : public ::testing::TestWithParam<size_t> {};
+// Appending a file and zipping it both read the source in 1024-byte chunks: sizes around those.
+class FileHelperChunks : public FileHelper, public ::testing::WithParamInterface<size_t> {};
 
-TEST_P(FileHelperAppendSizes, ReproducesTheBytesExactly) {
-    TestRuntime test;
-    std::string source = test.root() + "/source.bin";
-    std::string target = test.root() + "/target.bin";
+TEST_P(FileHelperChunks, AppendAndZipReproduceTheBytesExactly) {
     std::string bytes = patternedBytes(GetParam());
-    writeFile(source, bytes);
-    writeFile(target, "HEAD");
-    EXPECT_TRUE(TVKFileHelper::appendFileAtPath(source, target));
-    EXPECT_TRUE(sameBytes(readFile(target), "HEAD" + bytes));
-    EXPECT_TRUE(sameBytes(readFile(source), bytes));
+    writeFile(at("source.log"), bytes);
+    writeFile(at("target.bin"), "HEAD");
+    EXPECT_TRUE(TVKFileHelper::appendFileAtPath(at("source.log"), at("target.bin")));
+    EXPECT_TRUE(readFile(at("target.bin")) == "HEAD" + bytes);
+    EXPECT_TRUE(readFile(at("source.log")) == bytes);
+
+    // The archive, replacing any at its path, holds one entry named after the source file alone
+    // and deflated at the best level (which sets the flag bit of value 2).
+    ASSERT_TRUE(TVKFileHelper::zipFileAtPath(at("target.bin"), at("temp.zip")));
+    ASSERT_TRUE(TVKFileHelper::zipFileAtPath(at("source.log"), at("temp.zip")));
+    expectUnzipTestPasses(at("temp.zip"));
+    std::vector<PythonZipEntry> seen = readZipWithPython(at("temp.zip"));
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0].name, "source.log");
+    EXPECT_EQ(seen[0].method, 8);
+    EXPECT_EQ(seen[0].flags & 6, 2u);
+    EXPECT_TRUE(seen[0].contents == Data(bytes.begin(), bytes.end()));
 }
 
-INSTANTIATE_TEST_SUITE_P(FileHelperAppend, FileHelperAppendSizes,
-                         ::testing::Values(0, 1023, 1024, 1025, 5000));
+INSTANTIATE_TEST_SUITE_P(FileHelper, FileHelperChunks,
+                         ::testing::Values(0, 1023, 1024, 1025, 5121, 1 << 20));
 
-TEST(FileHelperAppend, FileOntoItselfDoublesIt) {
-    TestRuntime test;
-    std::string file = test.root() + "/self.bin";
+// The bytes appended are those the file had when the append began.
+TEST_F(FileHelper, AppendFileOntoItselfDoublesIt) {
     std::string bytes = patternedBytes(3000);
-    writeFile(file, bytes);
-    EXPECT_TRUE(TVKFileHelper::appendFileAtPath(file, file));
-    EXPECT_TRUE(sameBytes(readFile(file), bytes + bytes));
+    writeFile(at("self.bin"), bytes);
+    EXPECT_TRUE(TVKFileHelper::appendFileAtPath(at("self.bin"), at("self.bin")));
+    EXPECT_TRUE(readFile(at("self.bin")) == bytes + bytes);
 }
 
-TEST(FileHelperAppend, MissingTargetReceivesNothingButCountsAsDone) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string source = test.root() + "/source.bin";
-    writeFile(source, "abc");
-    EXPECT_TRUE(TVKFileHelper::appendFileAtPath(source, test.root() + "/missing.bin"));
-    EXPECT_FALSE(fs::exists(test.root() + "/missing.bin"));
-    EXPECT_TRUE(test.consoleLines().empty());
-}
-
-TEST(FileHelperAppend, SourceThatCannotBeReadFailsWithTheReaderMessage) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string target = test.root() + "/target.bin";
-    std::string missing = test.root() + "/vanished.bin";
-    std::string folder = test.root() + "/folder";
-    std::string unreadable = test.root() + "/secret.bin";
-    writeFile(target, "kept");
-    TVKFileHelper::createDirectoryAtPath(folder);
-    writeFile(unreadable, "secret");
-    ::chmod(unreadable.c_str(), 0200);
-    PermissionsEnforced enforced;
-    if (readFile(unreadable) == "secret") {
-        GTEST_SKIP() << "this process can read files without read permission";
-    }
-
-    EXPECT_FALSE(TVKFileHelper::appendFileAtPath(missing, target));
-    EXPECT_FALSE(TVKFileHelper::appendFileAtPath(folder, target));
-    EXPECT_FALSE(TVKFileHelper::appendFileAtPath(unreadable, target));
-    EXPECT_EQ(readFile(target), "kept");
+// Without a target the bytes go nowhere and the append still counts as done; a source that
+// cannot be read as a file fails.
+TEST_F(FileHelper, AppendFileNeedsAReadableSourceButNotATarget) {
+    writeFile(at("target.bin"), "kept");
+    TVKFileHelper::createDirectoryAtPath(at("folder"));
+    EXPECT_TRUE(TVKFileHelper::appendFileAtPath(at("target.bin"), at("missing.bin")));
+    EXPECT_FALSE(fs::exists(at("missing.bin")));
+    EXPECT_FALSE(TVKFileHelper::appendFileAtPath(at("vanished.bin"), at("target.bin")));
+    EXPECT_FALSE(TVKFileHelper::appendFileAtPath(at("folder"), at("target.bin")));
+    EXPECT_EQ(readFile(at("target.bin")), "kept");
     const std::string message = "Tarvik Error -- Nil fileReader, FAILED to attach data to file: ";
-    EXPECT_EQ(test.consoleLines(), (std::vector<std::string>{message + missing, message + folder,
-                                                             message + unreadable}));
+    EXPECT_EQ(test.consoleLines(), (Lines{message + at("vanished.bin"), message + at("folder")}));
+}
+
+// A missing source is reported by the result (and on the console in debug mode only); an
+// archive that cannot be created throws, the zip layer's exception reaching the caller.
+TEST_F(FileHelper, ZipFailsOnAMissingSourceAndThrowsOnAnArchiveItCannotCreate) {
+    Tarvik::sharedInstance().setDebug(false);
+    EXPECT_FALSE(TVKFileHelper::zipFileAtPath(at("missing.txt"), at("temp.zip")));
+    EXPECT_TRUE(test.consoleLines().empty());
+    Tarvik::sharedInstance().setDebug(true);
+    EXPECT_FALSE(TVKFileHelper::zipFileAtPath(at("missing.txt"), at("temp.zip")));
+    EXPECT_EQ(test.consoleLines(),
+              Lines{"Tarvik Error -- Nil fileReader, FAILED to zip file: " + at("missing.txt")});
+    EXPECT_FALSE(fs::exists(at("temp.zip")));
+
+    writeFile(at("log.txt"), "log");
+    std::string archive = at("no such folder/temp.zip");
+    try {
+        TVKFileHelper::zipFileAtPath(at("log.txt"), archive);
+        ADD_FAILURE() << "no exception";
+    } catch (const Tarvik_ZipException& exception) {
+        EXPECT_EQ(exception.reason(), "Can't open '" + archive + "'");
+    }
 }
 
 // ----------------------------------------------------------------------------------------------
 
-TEST(FileHelperListing, ListsFilesAndFoldersDeeplyWithHiddenOnes) {
-    TestRuntime test;
-    std::string folder = test.root() + "/tree";
+TEST_F(FileHelper, ListingGoesDeepWithHiddenItemsEachFolderBeforeItsContents) {
+    std::string folder = at("tree");
     TVKFileHelper::createDirectoryAtPath(folder + "/sub/deeper");
     TVKFileHelper::createDirectoryAtPath(folder + "/empty");
     writeFile(folder + "/a.txt", "a");
@@ -487,191 +323,85 @@ TEST(FileHelperListing, ListsFilesAndFoldersDeeplyWithHiddenOnes) {
     fs::create_directory_symlink(folder + "/sub", folder + "/link");
 
     std::vector<std::string> listed = TVKFileHelper::fileURLsInDirectoryAtPath(folder);
-
-    // find(1) is the reference; it does not follow the symbolic link either.
-    auto found = runCommand("find " + shellQuoted(folder) + " -mindepth 1");
-    ASSERT_EQ(found.exitCode, 0) << found.output;
-    std::vector<std::string> expected;
-    std::istringstream lines(found.output);
-    for (std::string line; std::getline(lines, line);) {
-        expected.push_back(line);
-    }
-    EXPECT_EQ(expected.size(), 8u);
-    std::vector<std::string> sorted = listed;
-    std::sort(sorted.begin(), sorted.end());
-    std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(sorted, expected);
-
     auto position = [&](const std::string& path) {
         return std::find(listed.begin(), listed.end(), folder + path) - listed.begin();
     };
     EXPECT_LT(position("/sub"), position("/sub/deeper"));
     EXPECT_LT(position("/sub/deeper"), position("/sub/deeper/.c"));
-}
-
-TEST(FileHelperListing, MissingFolderGivesNothingAndTheListingMessage) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string folder = test.root() + "/absent";
-    EXPECT_TRUE(TVKFileHelper::fileURLsInDirectoryAtPath(folder).empty());
-    EXPECT_EQ(test.consoleLines(),
-              std::vector<std::string>{"Tarvik Error -- FAILED to get files in folder at path: " +
-                                       folder + " \n No such file or directory"});
-}
-
-TEST(FileHelperListing, ContinuesPastAFolderItCannotRead) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string folder = test.root() + "/tree";
-    TVKFileHelper::createDirectoryAtPath(folder + "/a-locked");
-    TVKFileHelper::createDirectoryAtPath(folder + "/b-open");
-    writeFile(folder + "/a-locked/hidden-from-us", "x");
-    writeFile(folder + "/b-open/visible", "x");
-    ::chmod((folder + "/a-locked").c_str(), 0);
-    PermissionsEnforced enforced;
-    if (folderCanBeListed(folder + "/a-locked")) {
-        GTEST_SKIP() << "this process can read folders without read permission";
-    }
-
-    std::vector<std::string> listed = TVKFileHelper::fileURLsInDirectoryAtPath(folder);
+    // Hidden items are listed; the symbolic link is, but not followed.
     std::sort(listed.begin(), listed.end());
-    EXPECT_EQ(listed, (std::vector<std::string>{folder + "/a-locked", folder + "/b-open",
-                                                folder + "/b-open/visible"}));
+    EXPECT_EQ(listed, (Lines{folder + "/.hidden", folder + "/a.txt", folder + "/empty",
+                             folder + "/link", folder + "/sub", folder + "/sub/b.txt",
+                             folder + "/sub/deeper", folder + "/sub/deeper/.c"}));
+
+    EXPECT_TRUE(TVKFileHelper::fileURLsInDirectoryAtPath(at("absent")).empty());
     EXPECT_EQ(test.consoleLines(),
-              std::vector<std::string>{"Tarvik Error -- FAILED to get files in folder at path: " +
-                                       folder + " \n Permission denied"});
+              Lines{kFailed + "get files in folder at path: " + at("absent") + kNoSuchFile});
 }
 
-// ----------------------------------------------------------------------------------------------
-
-TEST(FileHelperAttributes, ItemAttributesDescribeTheItemItself) {
-    TestRuntime test;
-    std::string file = test.root() + "/file.bin";
-    std::string link = test.root() + "/link";
-    writeFile(file, std::string(1234, 'x'));
-    fs::create_symlink(file, link);
-
-    auto attributes = TVKFileHelper::attributesOfItemAtPath(file);
+TEST_F(FileHelper, AttributesDescribeTheItemAndItsFileSystemOrReportItMissing) {
+    writeFile(at("file.bin"), std::string(1234, 'x'));
+    auto attributes = TVKFileHelper::attributesOfItemAtPath(at("file.bin"));
     ASSERT_TRUE(attributes);
     EXPECT_EQ(attributes->at("NSFileSize"), Value(1234));
     EXPECT_EQ(attributes->at("NSFileType"), Value("NSFileTypeRegular"));
-    EXPECT_EQ(TVKFileHelper::sizeOfFileAtPath(file), 1234u);
+    EXPECT_EQ(TVKFileHelper::sizeOfFileAtPath(at("file.bin")), 1234u);
     EXPECT_EQ(TVKFileHelper::attributesOfItemAtPath(test.root())->at("NSFileType"),
               Value("NSFileTypeDirectory"));
-    auto linkAttributes = TVKFileHelper::attributesOfItemAtPath(link);
-    ASSERT_TRUE(linkAttributes);
-    EXPECT_EQ(linkAttributes->at("NSFileType"), Value("NSFileTypeSymbolicLink"));
-    EXPECT_EQ(linkAttributes->at("NSFileSize"), Value(static_cast<int64_t>(file.size())));
 
-    std::optional<Date> created = TVKFileHelper::creationDateOfFileAtPath(file);
-    ASSERT_TRUE(created);
-    auto age = std::chrono::system_clock::now() - *created;
-    EXPECT_GT(age, -std::chrono::minutes(1));
-    EXPECT_LT(age, std::chrono::minutes(10));
-}
-
-TEST(FileHelperAttributes, MissingItemGivesNoneZeroAndTheItemMessage) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string missing = test.root() + "/missing";
-    EXPECT_FALSE(TVKFileHelper::attributesOfItemAtPath(missing));
-    EXPECT_EQ(TVKFileHelper::sizeOfFileAtPath(missing), 0u);
-    EXPECT_FALSE(TVKFileHelper::creationDateOfFileAtPath(missing));
-    std::string message = "Tarvik Error -- FAILED to get attributes of ITEM at path: " + missing +
-                          " \n No such file or directory";
-    EXPECT_EQ(test.consoleLines(), (std::vector<std::string>{message, message, message}));
-}
-
-TEST(FileHelperAttributes, FileSystemAttributesMatchStatvfs) {
-    TestRuntime test;
-    turnDebugOn();
-    auto attributes = TVKFileHelper::attributesOfFileSystemForPath(test.root());
-    ASSERT_TRUE(attributes);
-    std::int64_t size = attributes->at("NSFileSystemSize").integerValue();
-    std::int64_t free = attributes->at("NSFileSystemFreeSize").integerValue();
+    auto fileSystem = TVKFileHelper::attributesOfFileSystemForPath(test.root());
+    ASSERT_TRUE(fileSystem);
+    std::int64_t size = fileSystem->at("NSFileSystemSize").integerValue();
+    std::int64_t free = fileSystem->at("NSFileSystemFreeSize").integerValue();
     EXPECT_GT(size, 0);
     EXPECT_GE(free, 0);
     EXPECT_LE(free, size);
-    auto reference =
-        runPython("import os, sys\ns = os.statvfs(sys.argv[1])\nprint(s.f_blocks * s.f_frsize)",
-                  shellQuoted(test.root()));
-    ASSERT_EQ(reference.exitCode, 0) << reference.output;
-    EXPECT_EQ(std::to_string(size) + "\n", reference.output);
-
-    std::string missing = test.root() + "/missing";
-    EXPECT_FALSE(TVKFileHelper::attributesOfFileSystemForPath(missing));
-    EXPECT_EQ(test.consoleLines(),
-              std::vector<std::string>{
-                  "Tarvik Error -- FAILED to get attributes of FILE SYSTEM for path: " + missing +
-                  " \n No such file or directory"});
-}
-
-// ----------------------------------------------------------------------------------------------
-
-TEST(FileHelperStrings, WriteReplacesTheWholeFileAndReadsBack) {
-    TestRuntime test;
-    std::string file = test.root() + "/text.txt";
-    writeFile(file, "a much longer earlier text");
-    ASSERT_TRUE(TVKFileHelper::writeString("Grüße", file));
-    EXPECT_EQ(readFile(file), "Grüße");
-    EXPECT_EQ(TVKFileHelper::stringWithContentsOfFileAtPath(file), "Grüße");
-}
-
-TEST(FileHelperStrings, ReadingRefusesFoldersAndBadUtf8WithTheReadMessage) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string latin1 = test.root() + "/latin1.txt";
-    std::string folder = test.root() + "/folder";
-    writeFile(latin1, "caf\xe9");
-    TVKFileHelper::createDirectoryAtPath(folder);
-    EXPECT_FALSE(TVKFileHelper::stringWithContentsOfFileAtPath(latin1));
-    EXPECT_FALSE(TVKFileHelper::stringWithContentsOfFileAtPath(folder));
-    const std::string message = "Tarvik Error -- FAILED to read into string file at path : ";
-    EXPECT_EQ(test.consoleLines(), (std::vector<std::string>{message + latin1, message + folder}));
-}
-
-TEST(FileHelperStrings, DictionaryIsWrittenAsCompactJson) {
-    TestRuntime test;
-    std::string file = test.root() + "/settings.json";
-    writeFile(file, std::string(200, ' ') + "trailing garbage");
-    TVKFileHelper::writeDictionary(
-        {{"name", "Zoë"}, {"count", 3}, {"flags", Array{true, 1.5, "a/b"}}}, file);
-    EXPECT_EQ(readFile(file), R"({"count":3,"flags":[true,1.5,"a/b"],"name":"Zoë"})");
-}
-
-TEST(FileHelperStrings, DictionaryJsonCannotCarryLeavesTheFileAlone) {
-    TestRuntime test;
-    turnDebugOn();
-    std::string file = test.root() + "/settings.json";
-    writeFile(file, "{}");
-    TVKFileHelper::writeDictionary({{"when", Date{}}}, file);
-    EXPECT_EQ(readFile(file), "{}");
-    std::vector<std::string> lines = test.consoleLines();
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(
-        lines[0].rfind("Tarvik Error -- FAILED to write dictionary to file: " + file + " \n ", 0),
-        0u);
-}
-
-// ----------------------------------------------------------------------------------------------
-
-TEST(FileHelperMessages, FailuresAreSilentOutsideDebugMode) {
-    TestRuntime test;
-    std::string missing = test.root() + "/missing/file";
-    TVKFileHelper::createFileAtPath(missing);
-    EXPECT_FALSE(TVKFileHelper::copyFileFromPath(missing, test.root() + "/x"));
-    EXPECT_TRUE(TVKFileHelper::fileSizeTooBig(missing));
-    EXPECT_FALSE(TVKFileHelper::appendFileAtPath(missing, test.root() + "/x"));
-    EXPECT_FALSE(TVKFileHelper::stringWithContentsOfFileAtPath(missing));
-    EXPECT_FALSE(TVKFileHelper::writeString("s", missing));
-    EXPECT_TRUE(TVKFileHelper::fileURLsInDirectoryAtPath(missing).empty());
-    EXPECT_EQ(TVKFileHelper::sizeOfFileAtPath(missing), 0u);
     EXPECT_TRUE(test.consoleLines().empty());
 
-    // The same calls speak once debug mode is on.
-    turnDebugOn();
-    EXPECT_TRUE(TVKFileHelper::fileSizeTooBig(missing));
-    EXPECT_EQ(test.consoleLines().size(), 1u);
+    std::string missing = at("missing");
+    EXPECT_FALSE(TVKFileHelper::attributesOfItemAtPath(missing));
+    EXPECT_EQ(TVKFileHelper::sizeOfFileAtPath(missing), 0u);
+    EXPECT_FALSE(TVKFileHelper::creationDateOfFileAtPath(missing));
+    EXPECT_FALSE(TVKFileHelper::attributesOfFileSystemForPath(missing));
+    std::string item = kFailed + "get attributes of ITEM at path: " + missing + kNoSuchFile;
+    EXPECT_EQ(
+        test.consoleLines(),
+        (Lines{item, item, item,
+               kFailed + "get attributes of FILE SYSTEM for path: " + missing + kNoSuchFile}));
+}
+
+// ----------------------------------------------------------------------------------------------
+
+// Reading refuses what is not a file and text that is not UTF-8, rather than pass on bad bytes.
+TEST_F(FileHelper, StringsAreWrittenWholeAndReadOnlyAsUtf8) {
+    writeFile(at("text.txt"), "a much longer earlier text");
+    ASSERT_TRUE(TVKFileHelper::writeString("Grüße", at("text.txt")));
+    EXPECT_EQ(readFile(at("text.txt")), "Grüße");
+    EXPECT_EQ(TVKFileHelper::stringWithContentsOfFileAtPath(at("text.txt")), "Grüße");
+
+    writeFile(at("latin1.txt"), "caf\xe9");
+    TVKFileHelper::createDirectoryAtPath(at("folder"));
+    EXPECT_FALSE(TVKFileHelper::stringWithContentsOfFileAtPath(at("latin1.txt")));
+    EXPECT_FALSE(TVKFileHelper::stringWithContentsOfFileAtPath(at("folder")));
+    const std::string message = kFailed + "read into string file at path : ";
+    EXPECT_EQ(test.consoleLines(), (Lines{message + at("latin1.txt"), message + at("folder")}));
+}
+
+// A dictionary JSON cannot carry (here a date) leaves the file as it was.
+TEST_F(FileHelper, DictionaryIsWrittenAsCompactJsonOrNotAtAll) {
+    writeFile(at("settings.json"), std::string(200, ' ') + "trailing garbage");
+    TVKFileHelper::writeDictionary(
+        {{"name", "Zoë"}, {"count", 3}, {"flags", Array{true, 1.5, "a/b"}}}, at("settings.json"));
+    EXPECT_EQ(readFile(at("settings.json")),
+              R"({"count":3,"flags":[true,1.5,"a/b"],"name":"Zoë"})");
+
+    writeFile(at("settings.json"), "{}");
+    TVKFileHelper::writeDictionary({{"when", Date{}}}, at("settings.json"));
+    EXPECT_EQ(readFile(at("settings.json")), "{}");
+    Lines lines = test.consoleLines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(lines[0].starts_with(kFailed + "write dictionary to file: " + at("settings.json") +
+                                     " \n "));
 }
 
 }  // namespace

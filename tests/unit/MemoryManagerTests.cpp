@@ -11,16 +11,12 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 namespace tarvik {
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::ElementsAre;
-using testing::FakeDevice;
-using ::testing::MatchesRegex;
 using testing::TestRuntime;
 
 // The user-tracking log's records, without their time stamps.
@@ -34,84 +30,33 @@ std::vector<std::string> trackingLogMessages() {
     return messages;
 }
 
-class MemoryManagerTest : public ::testing::Test {
-  protected:
-    MemoryManagerTest() : device(test.platform().fakeDevice()) {
-        fs::create_directories(TVKLogger::tempLogsDirectory());
-    }
-    // Counts the warnings that reach the notification centre, and where they were posted.
-    void countWarnings() {
-        test.runtime().notificationCenter().addObserver(
-            UIApplicationDidReceiveMemoryWarningNotification, [this](const Notification&) {
-                ++warnings;
-                postedOnMainQueue = test.runtime().mainQueue().isMainThread();
-            });
-    }
+TEST(MemoryWarnings, StartingTheSdkLogsPressureOnTheMainQueueAndTheHostsWarningsToo) {
     TestRuntime test;
-    FakeDevice& device;
-    std::atomic<int> warnings{0};
-    std::atomic<bool> postedOnMainQueue{false};
-};
+    std::filesystem::create_directories(TVKLogger::tempLogsDirectory());
+    testing::FakeDevice& device = test.platform().fakeDevice();
+    Tarvik::startWithAPIKey("key", TarvikProcessTypeManual, false);
+    TVKMemoryManager::beginWatchingMemory();  // a second start changes nothing
+    EXPECT_TRUE(device.isWatchingMemoryPressure());
+    std::atomic<int> warningsOnMainQueue{0};
+    test.runtime().notificationCenter().addObserver(
+        UIApplicationDidReceiveMemoryWarningNotification, [&](const Notification&) {
+            warningsOnMainQueue += test.runtime().mainQueue().isMainThread() ? 1 : 0;
+        });
 
-using MemoryWarnings = MemoryManagerTest;
-
-TEST_F(MemoryWarnings, PlatformPressureIsLoggedWithTheResidentSize) {
-    TVKMemoryManager::beginWatchingMemory();
-    countWarnings();
+    // The platform reports pressure on a thread of its own; the warning waits for the main queue.
     device.setResidentSize(73400320);
-    device.simulateMemoryPressure();
-    // The warning is posted on the main queue, not on the reporting thread.
-    EXPECT_EQ(warnings.load(), 0);
+    std::thread([&] { device.simulateMemoryPressure(); }).join();
+    EXPECT_EQ(warningsOnMainQueue.load(), 0);
     test.drain();
-    EXPECT_EQ(warnings.load(), 1);
-    EXPECT_THAT(trackingLogMessages(), ElementsAre("Received memory warning notification.",
-                                                   "Memory in use (in bytes): 73400320"));
-}
-
-TEST_F(MemoryWarnings, PressureReportedFromAnotherThreadIsPostedOnTheMainQueue) {
-    TVKMemoryManager::beginWatchingMemory();
-    countWarnings();
-    std::thread([this] { device.simulateMemoryPressure(); }).join();
-    test.drain();
-    EXPECT_EQ(warnings.load(), 1);
-    EXPECT_TRUE(postedOnMainQueue.load());
-}
-
-TEST_F(MemoryWarnings, AWarningTheHostPostsIsLoggedToo) {
-    TVKMemoryManager::beginWatchingMemory();
-    test.runtime().notificationCenter().post(UIApplicationDidReceiveMemoryWarningNotification);
-    EXPECT_THAT(trackingLogMessages(), ElementsAre("Received memory warning notification.",
-                                                   "Memory in use (in bytes): 67108864"));
-}
-
-TEST_F(MemoryWarnings, AnUnreadableResidentSizeIsLoggedAsAnError) {
-    TVKMemoryManager::beginWatchingMemory();
+    EXPECT_EQ(warningsOnMainQueue.load(), 1);
     device.setResidentSize(std::nullopt);
     test.runtime().notificationCenter().post(UIApplicationDidReceiveMemoryWarningNotification);
-    std::vector<std::string> messages = trackingLogMessages();
-    ASSERT_EQ(messages.size(), 2u);
-    EXPECT_EQ(messages[0], "Received memory warning notification.");
-    EXPECT_THAT(messages[1], MatchesRegex("Error with task_info\\(\\): .+"));
-}
-
-TEST_F(MemoryWarnings, StartingAgainChangesNothing) {
-    TVKMemoryManager::beginWatchingMemory();
-    auto first = TVKMemoryManager::sharedInstance();
-    TVKMemoryManager::beginWatchingMemory();
-    EXPECT_EQ(TVKMemoryManager::sharedInstance(), first);
-    device.simulateMemoryPressure();
-    test.drain();
     // One observer: one pair of lines per warning.
-    EXPECT_EQ(trackingLogMessages().size(), 2u);
-}
-
-TEST_F(MemoryWarnings, StartingTheSdkBeginsWatching) {
-    Tarvik::startWithAPIKey("key", TarvikProcessTypeManual, false);
-    EXPECT_TRUE(device.isWatchingMemoryPressure());
-    device.simulateMemoryPressure();
-    test.drain();
-    EXPECT_THAT(trackingLogMessages(), ElementsAre("Received memory warning notification.",
-                                                   "Memory in use (in bytes): 67108864"));
+    EXPECT_THAT(
+        trackingLogMessages(),
+        ElementsAre("Received memory warning notification.", "Memory in use (in bytes): 73400320",
+                    "Received memory warning notification.",
+                    ::testing::MatchesRegex("Error with task_info\\(\\): .+")));
 }
 
 }  // namespace
