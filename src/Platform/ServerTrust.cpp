@@ -4,8 +4,6 @@
 
 #include "Platform/TrustStore.h"
 
-#include <openssl/bio.h>
-#include <openssl/pem.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
@@ -77,46 +75,6 @@ CertificateRef retainCertificate(X509* certificate) {
 
 ServerTrust::ServerTrust(std::vector<CertificateRef> chain, std::string hostname)
     : chain_(std::move(chain)), hostname_(std::move(hostname)) {}
-
-std::optional<ServerTrust> ServerTrust::fromPem(const std::string& pem, std::string hostname) {
-    static const std::string marker = "-----BEGIN CERTIFICATE-----";
-    std::size_t expected = 0;
-    for (std::size_t at = pem.find(marker); at != std::string::npos;
-         at = pem.find(marker, at + marker.size())) {
-        ++expected;
-    }
-    std::unique_ptr<BIO, decltype(&BIO_free)> input(
-        BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), &BIO_free);
-    std::vector<CertificateRef> chain;
-    for (std::size_t i = 0; input && i < expected; ++i) {
-        CertificateRef certificate(PEM_read_bio_X509(input.get(), nullptr, nullptr, nullptr));
-        if (!certificate) {
-            return std::nullopt;
-        }
-        chain.push_back(std::move(certificate));
-    }
-    if (chain.empty()) {
-        return std::nullopt;
-    }
-    return ServerTrust(std::move(chain), std::move(hostname));
-}
-
-std::optional<ServerTrust> ServerTrust::fromDer(const std::vector<Data>& certificates,
-                                                std::string hostname) {
-    std::vector<CertificateRef> chain;
-    for (const Data& der : certificates) {
-        const unsigned char* cursor = der.data();
-        CertificateRef certificate(d2i_X509(nullptr, &cursor, static_cast<long>(der.size())));
-        if (!certificate || cursor != der.data() + der.size()) {
-            return std::nullopt;
-        }
-        chain.push_back(std::move(certificate));
-    }
-    if (chain.empty()) {
-        return std::nullopt;
-    }
-    return ServerTrust(std::move(chain), std::move(hostname));
-}
 
 std::optional<ServerTrust> ServerTrust::fromStoreContext(X509_STORE_CTX* context,
                                                          std::string hostname) {

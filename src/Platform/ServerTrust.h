@@ -40,12 +40,6 @@ class ServerTrust {
     // lead to a root.
     ServerTrust(std::vector<CertificateRef> chain, std::string hostname);
 
-    // One or more PEM certificates, in chain order; none when the text holds no certificate
-    // or one that does not parse.
-    static std::optional<ServerTrust> fromPem(const std::string& pem, std::string hostname);
-    // DER certificates in chain order; none when one of them does not parse.
-    static std::optional<ServerTrust> fromDer(const std::vector<Data>& certificates,
-                                              std::string hostname);
     // The peer chain of a handshake in progress, as OpenSSL hands it to a certificate
     // verification callback (SSL_CTX_set_cert_verify_callback): its certificate to verify and
     // the untrusted certificates the peer sent. None when the context has no certificate.
