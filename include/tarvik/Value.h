@@ -3,9 +3,12 @@
 #include <chrono>
 #include <cstdint>
 #include <initializer_list>
-#include <map>
+#include <list>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <tuple>
+#include <unordered_map>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -17,8 +20,70 @@ using Data = std::vector<std::uint8_t>;
 
 class Value;
 using Array = std::vector<Value>;
-// Keys are kept sorted so that every serialisation of a dictionary is reproducible.
-using Dictionary = std::map<std::string, Value>;
+
+// String keys to values, enumerated in the order the keys were first inserted: the SDK sends
+// and writes a dictionary's members in the order it built them (an event's fields, for one),
+// and a dictionary read from a property list or JSON keeps the order of the document. Offers the
+// part of the map interface the SDK uses; lookups go through a hash index. Two dictionaries are
+// equal when they hold the same keys with equal values, whatever their order.
+class Dictionary {
+  public:
+    using key_type = std::string;
+    using mapped_type = Value;
+    using value_type = std::pair<const std::string, Value>;
+    using size_type = std::size_t;
+
+  private:
+    using Entries = std::list<value_type>;
+
+  public:
+    using iterator = Entries::iterator;
+    using const_iterator = Entries::const_iterator;
+
+    Dictionary() = default;
+    Dictionary(std::initializer_list<value_type> members);
+    Dictionary(const Dictionary& other);
+    Dictionary(Dictionary&& other) noexcept = default;
+    Dictionary& operator=(const Dictionary& other);
+    Dictionary& operator=(Dictionary&& other) noexcept = default;
+    ~Dictionary();
+
+    iterator begin() { return entries_.begin(); }
+    iterator end() { return entries_.end(); }
+    const_iterator begin() const { return entries_.begin(); }
+    const_iterator end() const { return entries_.end(); }
+    size_type size() const { return entries_.size(); }
+    bool empty() const { return entries_.empty(); }
+
+    iterator find(std::string_view key);
+    const_iterator find(std::string_view key) const;
+    size_type count(std::string_view key) const { return index_.count(key); }
+    bool contains(std::string_view key) const { return index_.count(key) != 0; }
+    // The member for `key`; throws std::out_of_range when there is none.
+    Value& at(std::string_view key);
+    const Value& at(std::string_view key) const;
+
+    // A new key goes to the end; an existing key keeps its place.
+    Value& operator[](std::string_view key);
+    std::pair<iterator, bool> insert(value_type member);
+    template <typename V>
+    std::pair<iterator, bool> insert_or_assign(std::string_view key, V&& value);
+    template <typename... Args>
+    std::pair<iterator, bool> emplace(std::string_view key, Args&&... args);
+
+    size_type erase(std::string_view key);
+    iterator erase(const_iterator position);
+    void clear();
+
+    friend bool operator==(const Dictionary& a, const Dictionary& b);
+
+  private:
+    void rebuildIndex();
+
+    Entries entries_;
+    // Views into the keys of `entries_`, whose nodes never move.
+    std::unordered_map<std::string_view, iterator> index_;
+};
 
 // A property-list / JSON value: null, bool, integer, real, string, date, data, array or
 // dictionary. Booleans and integers are distinct kinds and never turn into each other when
@@ -92,6 +157,27 @@ class Value {
                  tarvik::Data, tarvik::Array, tarvik::Dictionary>
         storage_;
 };
+
+template <typename V>
+std::pair<Dictionary::iterator, bool> Dictionary::insert_or_assign(std::string_view key,
+                                                                   V&& value) {
+    if (auto it = find(key); it != end()) {
+        it->second = std::forward<V>(value);
+        return {it, false};
+    }
+    return emplace(key, std::forward<V>(value));
+}
+
+template <typename... Args>
+std::pair<Dictionary::iterator, bool> Dictionary::emplace(std::string_view key, Args&&... args) {
+    if (auto it = find(key); it != end()) {
+        return {it, false};
+    }
+    auto it = entries_.emplace(entries_.end(), std::piecewise_construct, std::forward_as_tuple(key),
+                               std::forward_as_tuple(std::forward<Args>(args)...));
+    index_.emplace(it->first, it);
+    return {it, true};
+}
 
 // The number text used wherever a number is written with "%@": integers in decimal, booleans
 // as 1 and 0, reals as the shortest decimal text that reads back as the same value.

@@ -55,8 +55,8 @@ enum TVKTrustDecision : std::int64_t {
 bool isSubdomain(const std::string& domain, const std::string& host);
 
 // The key of the policy that governs `hostname`: its own entry if it has one, otherwise the
-// first key, in the dictionary's order (keys sorted bytewise), whose policy includes
-// subdomains and of which the host is a subdomain. None when no policy governs it.
+// first key, in the dictionary's order (the order its keys were inserted in), whose policy
+// includes subdomains and of which the host is a subdomain. None when no policy governs it.
 std::optional<std::string> getPinningConfigurationKeyForDomain(const std::string& hostname,
                                                                const Dictionary& policies);
 

@@ -1,29 +1,37 @@
 #include "Platform/JsonValue.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cmath>
+#include <vector>
 
 namespace tarvik::json {
 
-std::optional<nlohmann::json> toJson(const Value& value) {
+namespace {
+
+// Writes members in the dictionary's order.
+using OrderedJson = nlohmann::ordered_json;
+
+std::optional<OrderedJson> toJson(const Value& value) {
     switch (value.type()) {
         case Value::Type::Null:
-            return nlohmann::json(nullptr);
+            return OrderedJson(nullptr);
         case Value::Type::Bool:
-            return nlohmann::json(*value.asBool());
+            return OrderedJson(*value.asBool());
         case Value::Type::Integer:
-            return nlohmann::json(*value.asInteger());
+            return OrderedJson(*value.asInteger());
         case Value::Type::Real:
             if (!std::isfinite(*value.asReal())) {
                 return std::nullopt;
             }
-            return nlohmann::json(*value.asReal());
+            return OrderedJson(*value.asReal());
         case Value::Type::String:
-            return nlohmann::json(*value.asString());
+            return OrderedJson(*value.asString());
         case Value::Type::Date:
         case Value::Type::Data:
             return std::nullopt;
         case Value::Type::Array: {
-            nlohmann::json array = nlohmann::json::array();
+            OrderedJson array = OrderedJson::array();
             for (const Value& item : *value.asArray()) {
                 auto converted = toJson(item);
                 if (!converted) {
@@ -34,13 +42,17 @@ std::optional<nlohmann::json> toJson(const Value& value) {
             return array;
         }
         case Value::Type::Dictionary: {
-            nlohmann::json object = nlohmann::json::object();
+            OrderedJson object = OrderedJson::object();
+            // A dictionary's keys are unique already: members are appended without the
+            // member-by-member search the object's own insertion makes.
+            auto& members = static_cast<OrderedJson::object_t::Container&>(
+                object.get_ref<OrderedJson::object_t&>());
             for (const auto& [key, item] : *value.asDictionary()) {
                 auto converted = toJson(item);
                 if (!converted) {
                     return std::nullopt;
                 }
-                object[key] = std::move(*converted);
+                members.emplace_back(key, std::move(*converted));
             }
             return object;
         }
@@ -48,42 +60,69 @@ std::optional<nlohmann::json> toJson(const Value& value) {
     return std::nullopt;
 }
 
-Value fromJson(const nlohmann::json& json) {
-    switch (json.type()) {
-        case nlohmann::json::value_t::null:
-        case nlohmann::json::value_t::discarded:
-            return Value();
-        case nlohmann::json::value_t::boolean:
-            return Value(json.get<bool>());
-        case nlohmann::json::value_t::number_integer:
-            return Value(json.get<std::int64_t>());
-        case nlohmann::json::value_t::number_unsigned:
-            return Value(static_cast<std::int64_t>(json.get<std::uint64_t>()));
-        case nlohmann::json::value_t::number_float:
-            return Value(json.get<double>());
-        case nlohmann::json::value_t::string:
-            return Value(json.get<std::string>());
-        case nlohmann::json::value_t::binary: {
-            const auto& bytes = json.get_binary();
-            return Value(Data(bytes.begin(), bytes.end()));
-        }
-        case nlohmann::json::value_t::array: {
-            Array array;
-            for (const auto& item : json) {
-                array.push_back(fromJson(item));
-            }
-            return Value(std::move(array));
-        }
-        case nlohmann::json::value_t::object: {
-            Dictionary dictionary;
-            for (const auto& [key, item] : json.items()) {
-                dictionary[key] = fromJson(item);
-            }
-            return Value(std::move(dictionary));
-        }
+// Builds the value while the parser reads, one container per open array or object on an
+// explicit stack, so that neither reading nor converting recurses however deep the text nests.
+class ValueBuilder : public nlohmann::json_sax<nlohmann::json> {
+  public:
+    bool null() override { return add(Value()); }
+    bool boolean(bool value) override { return add(Value(value)); }
+    bool number_integer(number_integer_t value) override { return add(Value(value)); }
+    bool number_unsigned(number_unsigned_t value) override {
+        return add(Value(static_cast<std::int64_t>(value)));
     }
-    return Value();
-}
+    bool number_float(number_float_t value, const string_t&) override { return add(Value(value)); }
+    bool string(string_t& value) override { return add(Value(std::move(value))); }
+    bool binary(binary_t& value) override { return add(Value(Data(value.begin(), value.end()))); }
+    bool start_object(std::size_t) override { return open(Dictionary()); }
+    bool key(string_t& key) override {
+        open_.back().key = std::move(key);
+        return true;
+    }
+    bool end_object() override { return close(); }
+    bool start_array(std::size_t) override { return open(Array()); }
+    bool end_array() override { return close(); }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+        return false;
+    }
+
+    std::optional<Value> result() { return std::move(root_); }
+
+  private:
+    struct Container {
+        Value value;
+        std::string key;  // the member name an object's next value goes under
+    };
+
+    bool open(Value container) {
+        if (open_.size() >= static_cast<size_t>(kMaxNesting)) {
+            return false;
+        }
+        open_.push_back({std::move(container), {}});
+        return true;
+    }
+
+    bool close() {
+        Value finished = std::move(open_.back().value);
+        open_.pop_back();
+        return add(std::move(finished));
+    }
+
+    bool add(Value value) {
+        if (open_.empty()) {
+            root_ = std::move(value);
+        } else if (Array* array = open_.back().value.asArray()) {
+            array->push_back(std::move(value));
+        } else {
+            (*open_.back().value.asDictionary())[open_.back().key] = std::move(value);
+        }
+        return true;
+    }
+
+    std::vector<Container> open_;
+    std::optional<Value> root_;
+};
+
+}  // namespace
 
 bool isValidJSONObject(const Value& value) {
     return (value.isArray() || value.isDictionary()) && toJson(value).has_value();
@@ -94,15 +133,15 @@ std::optional<std::string> compactText(const Value& value) {
     if (!json) {
         return std::nullopt;
     }
-    return json->dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return json->dump(-1, ' ', false, OrderedJson::error_handler_t::replace);
 }
 
 std::optional<Value> parse(std::string_view text) {
-    nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
-    if (json.is_discarded()) {
+    ValueBuilder builder;
+    if (!nlohmann::json::sax_parse(text, &builder)) {
         return std::nullopt;
     }
-    return fromJson(json);
+    return builder.result();
 }
 
 std::optional<Value> parseDocument(const Data& bytes) {

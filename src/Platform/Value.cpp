@@ -2,9 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <ctime>
+#include <stdexcept>
 
 namespace tarvik {
 
@@ -146,10 +148,17 @@ std::string describe(const Value& value, int level, bool insideCollection) {
             return out + indentation(level) + ")";
         }
         case Value::Type::Dictionary: {
+            // A description lists the keys sorted, whatever order the dictionary keeps.
+            std::vector<const Dictionary::value_type*> members;
+            for (const auto& member : *value.asDictionary()) {
+                members.push_back(&member);
+            }
+            std::sort(members.begin(), members.end(),
+                      [](auto* a, auto* b) { return a->first < b->first; });
             std::string out = indentation(level) + "{\n";
-            for (const auto& [key, member] : *value.asDictionary()) {
-                out += indentation(level + 1) + quotedForCollection(key) + " = " +
-                       describe(member, level + 1, true) + ";\n";
+            for (const auto* member : members) {
+                out += indentation(level + 1) + quotedForCollection(member->first) + " = " +
+                       describe(member->second, level + 1, true) + ";\n";
             }
             return out + indentation(level) + "}";
         }
@@ -173,6 +182,102 @@ std::string numberDescription(double value) {
     char buffer[64];
     auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
     return std::string(buffer, result.ptr);
+}
+
+Dictionary::Dictionary(std::initializer_list<value_type> members) {
+    for (const value_type& member : members) {
+        insert(member);
+    }
+}
+
+Dictionary::Dictionary(const Dictionary& other) : entries_(other.entries_) {
+    rebuildIndex();
+}
+
+Dictionary& Dictionary::operator=(const Dictionary& other) {
+    if (this != &other) {
+        // Members cannot be assigned over (their keys are constant): the copy replaces them.
+        *this = Dictionary(other);
+    }
+    return *this;
+}
+
+Dictionary::~Dictionary() = default;
+
+void Dictionary::rebuildIndex() {
+    index_.clear();
+    index_.reserve(entries_.size());
+    for (auto it = entries_.begin(); it != entries_.end(); ++it) {
+        index_.emplace(it->first, it);
+    }
+}
+
+Dictionary::iterator Dictionary::find(std::string_view key) {
+    auto found = index_.find(key);
+    return found == index_.end() ? entries_.end() : found->second;
+}
+
+Dictionary::const_iterator Dictionary::find(std::string_view key) const {
+    auto found = index_.find(key);
+    return found == index_.end() ? entries_.end() : const_iterator(found->second);
+}
+
+Value& Dictionary::at(std::string_view key) {
+    auto it = find(key);
+    if (it == end()) {
+        throw std::out_of_range("Dictionary::at: no such key");
+    }
+    return it->second;
+}
+
+const Value& Dictionary::at(std::string_view key) const {
+    auto it = find(key);
+    if (it == end()) {
+        throw std::out_of_range("Dictionary::at: no such key");
+    }
+    return it->second;
+}
+
+Value& Dictionary::operator[](std::string_view key) {
+    return emplace(key).first->second;
+}
+
+std::pair<Dictionary::iterator, bool> Dictionary::insert(value_type member) {
+    return emplace(member.first, std::move(member.second));
+}
+
+Dictionary::size_type Dictionary::erase(std::string_view key) {
+    auto found = index_.find(key);
+    if (found == index_.end()) {
+        return 0;
+    }
+    iterator position = found->second;
+    index_.erase(found);
+    entries_.erase(position);
+    return 1;
+}
+
+Dictionary::iterator Dictionary::erase(const_iterator position) {
+    index_.erase(std::string_view(position->first));
+    return entries_.erase(position);
+}
+
+void Dictionary::clear() {
+    index_.clear();
+    entries_.clear();
+}
+
+bool operator==(const Dictionary& a, const Dictionary& b) {
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (const auto& [key, value] : a) {
+        auto other = b.find(key);
+        if (other == b.end() || !(other->second == value)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool Value::boolValue() const {

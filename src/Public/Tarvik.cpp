@@ -98,14 +98,16 @@ void Tarvik::recordEvent(const std::string& message, const char* file, const cha
     if (!TVKEventConfigurationManager::shouldUploadDataForEventTitle(message)) {
         return;
     }
-    Dictionary eventData{{"message", message}, {"line_number", fmt::format("{}", line)}};
-    // Names that are not UTF-8 text are left out, as they could not be decoded.
+    // The event's fields are sent in this order. Names that are not UTF-8 text are left out, as
+    // they could not be decoded.
+    Dictionary eventData{{"message", message}};
     if (file && isValidUtf8(file)) {
         eventData["file_name"] = std::string(file);
     }
     if (function && isValidUtf8(function)) {
         eventData["method_name"] = std::string(function);
     }
+    eventData["line_number"] = fmt::format("{}", line);
     std::shared_ptr<TVKEventSubmission> submission = TVKEventSubmission::create();
     submission->saveApplicationIcon();
     submission->saveEventSubmissionData(eventData);

@@ -393,7 +393,7 @@ TEST_F(FileHelper, DictionaryIsWrittenAsCompactJsonOrNotAtAll) {
     TVKFileHelper::writeDictionary(
         {{"name", "Zoë"}, {"count", 3}, {"flags", Array{true, 1.5, "a/b"}}}, at("settings.json"));
     EXPECT_EQ(readFile(at("settings.json")),
-              R"({"count":3,"flags":[true,1.5,"a/b"],"name":"Zoë"})");
+              R"({"name":"Zoë","count":3,"flags":[true,1.5,"a/b"]})");
 
     writeFile(at("settings.json"), "{}");
     TVKFileHelper::writeDictionary({{"when", Date{}}}, at("settings.json"));

@@ -240,6 +240,12 @@ TEST_F(EventRecording, LinesKeepTheirSignAndNamesThatAreNotUtf8AreLeftOut) {
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_THAT(sent[0].body, HasSubstr(field("line_number", "-7")));
     EXPECT_THAT(sent[0].body, HasSubstr(field("method_name", "f")));
+    // The event's fields go out in the order the SDK builds its event data in.
+    std::vector<size_t> positions;
+    for (const char* name : {"message", "file_name", "method_name", "line_number"}) {
+        positions.push_back(sent[0].body.find("name=\"" + std::string(name) + "\""));
+    }
+    EXPECT_TRUE(std::is_sorted(positions.begin(), positions.end())) << sent[0].body;
     EXPECT_THAT(sent[1].body, HasSubstr(field("line_number", "0")));
     EXPECT_THAT(sent[1].body, Not(HasSubstr("name=\"file_name\"")));
     EXPECT_THAT(sent[1].body, Not(HasSubstr("name=\"method_name\"")));

@@ -22,13 +22,24 @@ Value sample() {
     };
 }
 
+std::vector<std::string> keys(const Value& value) {
+    std::vector<std::string> names;
+    for (const auto& [key, member] : *value.asDictionary()) {
+        names.push_back(key);
+    }
+    return names;
+}
+
 TEST(PropertyList, BothFormatsRoundTripAndPythonPlistlibReadsTheFiles) {
     testing::TestRuntime test;
     std::optional<Data> binary = plist::toBinary(sample());
     ASSERT_TRUE(binary);
-    EXPECT_EQ(plist::parse(
-                  std::string_view(reinterpret_cast<const char*>(binary->data()), binary->size())),
-              sample());
+    std::optional<Value> read = plist::parse(
+        std::string_view(reinterpret_cast<const char*>(binary->data()), binary->size()));
+    ASSERT_TRUE(read);
+    EXPECT_EQ(*read, sample());
+    // Members are written and read in the order the dictionary was built in.
+    EXPECT_EQ(keys(*read), keys(sample()));
     // XML dates keep whole seconds only.
     Value withoutDate = sample();
     withoutDate.asDictionary()->erase("date");
@@ -46,6 +57,7 @@ assert d['large'] == -1 << 62 and d['real'] == 12.5, d
 assert d['text'] == 'héllo <&> "world"' and d['data'] == b'\x00\xff\x10', d
 assert d['date'] == datetime.datetime(2026, 1, 2, 3, 4, 5, 123456), d['date']
 assert d['list'] == [1, 'two', [], {'inner': False}], d['list']
+assert list(d) == ['flag', 'one', 'large', 'real', 'text', 'date', 'data', 'list'], list(d)
 )",
                                          testsupport::shellQuoted(path));
     EXPECT_EQ(result.exitCode, 0) << result.output;
@@ -56,12 +68,30 @@ assert d['list'] == [1, 'two', [], {'inner': False}], d['list']
     EXPECT_FALSE(plist::parse("this is not a property list"));
 }
 
+// A key keeps the place of its first insertion; equality does not depend on the order.
+TEST(Dictionary, KeepsInsertionOrderThroughChangesAndCopies) {
+    Dictionary dictionary{{"b", 1}, {"a", 2}, {"b", 3}};
+    dictionary["c"] = 4;
+    dictionary["b"] = 5;
+    dictionary.erase("a");
+    dictionary.emplace("a", 6);
+    Dictionary copy;
+    copy = dictionary;
+    dictionary.clear();
+    EXPECT_EQ(keys(copy), (std::vector<std::string>{"b", "c", "a"}));
+    EXPECT_EQ(copy.at("b"), Value(5));
+    EXPECT_EQ(copy, (Dictionary{{"a", 6}, {"b", 5}, {"c", 4}}));
+    EXPECT_NE(copy, (Dictionary{{"a", 6}, {"b", 5}}));
+    EXPECT_EQ(copy.find("missing"), copy.end());
+}
+
 TEST(Json, CompactTextKeepsBooleansApartFromIntegers) {
     Value value = Dictionary{{"t", true}, {"n", 1}, {"r", 2.5}, {"s", "x"}, {"a", Array{Value()}}};
     std::optional<std::string> text = json::compactText(value);
     ASSERT_TRUE(text);
-    EXPECT_EQ(*text, R"({"a":[null],"n":1,"r":2.5,"s":"x","t":true})");
+    EXPECT_EQ(*text, R"({"t":true,"n":1,"r":2.5,"s":"x","a":[null]})");
     EXPECT_EQ(json::parse(*text), value);
+    EXPECT_EQ(keys(*json::parse(*text)), (std::vector<std::string>{"t", "n", "r", "s", "a"}));
     EXPECT_FALSE(json::parse("{not json"));
     EXPECT_FALSE(json::compactText(Array{std::numeric_limits<double>::infinity()}));
 }
