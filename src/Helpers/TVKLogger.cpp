@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
@@ -32,6 +33,20 @@ std::string now() {
     return timestamp(Runtime::current().clock().now());
 }
 
+// How much of `text` the next piece of at most `maximum` bytes takes: it ends between two UTF-8
+// characters, so that a line feed put after it splits none (bytes that are not UTF-8 at all are
+// cut anywhere).
+std::size_t lengthOfNextPiece(std::string_view text, std::size_t maximum) {
+    auto continues = [&](std::size_t at) {
+        return (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80;
+    };
+    std::size_t length = std::min(text.size(), maximum);
+    while (length < text.size() && length > 0 && continues(length)) {
+        --length;
+    }
+    return length > 0 ? length : std::min(text.size(), maximum);
+}
+
 }  // namespace
 
 TVKLogger::TVKLogger()
@@ -53,7 +68,18 @@ void TVKLogger::logMessage(const std::string& message) {
 }
 
 void TVKLogger::logSystemMessage(const std::string& message) {
-    write(message, sharedInstance()->systemLogFilePath_);
+    // Each record is a piece of the message and a line feed.
+    std::string records;
+    std::vector<std::size_t> recordEnds;
+    std::string_view rest = message;
+    do {
+        std::size_t length = lengthOfNextPiece(rest, kMaxBytesPerSystemRecord);
+        records.append(rest.substr(0, length)).push_back('\n');
+        recordEnds.push_back(records.size());
+        rest.remove_prefix(length);
+    } while (!rest.empty());
+    auto logger = sharedInstance();
+    logger->append(records, recordEnds, logger->systemLogFilePath_);
 }
 
 void TVKLogger::logDebugMessage(const std::string& message, std::int64_t logLevel,
@@ -70,7 +96,7 @@ void TVKLogger::write(const std::string& text, const std::string& path) {
 }
 
 void TVKLogger::appendContent(const std::string& text, const std::string& path) {
-    sharedInstance()->append(text, path);
+    sharedInstance()->append(text, {text.size()}, path);
 }
 
 std::mutex& TVKLogger::mutexFor(const std::string& path) {
@@ -83,18 +109,29 @@ std::mutex& TVKLogger::mutexFor(const std::string& path) {
     return fileMutexes_[3];
 }
 
-bool TVKLogger::countAppend() {
+std::pair<std::size_t, bool> TVKLogger::countAppends(std::size_t appends) {
     std::uint64_t count = trimLogsCount_.load();
-    while (!trimLogsCount_.compare_exchange_weak(count, (count + 1) % kAppendsBetweenSizeChecks)) {
-    }
-    return (count + 1) % kAppendsBetweenSizeChecks == 0;
+    std::uint64_t counted;
+    do {
+        counted = std::min<std::uint64_t>(appends, kAppendsBetweenSizeChecks - count);
+    } while (!trimLogsCount_.compare_exchange_weak(count,
+                                                   (count + counted) % kAppendsBetweenSizeChecks));
+    return {counted, count + counted == kAppendsBetweenSizeChecks};
 }
 
-void TVKLogger::append(const std::string& text, const std::string& path) {
+void TVKLogger::append(std::string_view text, const std::vector<std::size_t>& recordEnds,
+                       const std::string& path) {
     std::lock_guard lock(mutexFor(path));
-    TVKFileHelper::appendString(text, path);
-    if (countAppend() && TVKFileHelper::sizeOfFileAtPath(path) > kMaxBytesPerLogFile) {
-        trim(path);
+    std::size_t start = 0;
+    for (std::size_t done = 0; done < recordEnds.size();) {
+        auto [counted, checkSize] = countAppends(recordEnds.size() - done);
+        done += counted;
+        std::size_t end = recordEnds[done - 1];
+        TVKFileHelper::appendString(std::string(text.substr(start, end - start)), path);
+        start = end;
+        if (checkSize && TVKFileHelper::sizeOfFileAtPath(path) > kMaxBytesPerLogFile) {
+            trim(path);
+        }
     }
 }
 
@@ -188,7 +225,7 @@ void TVKLogger::handleConsoleChunk(ConsoleCapture::Stream stream, std::string_vi
     }
     // A chunk that is only the first bytes of a character waits for the rest.
     if (!text.empty()) {
-        write(text, systemLogFilePath_);
+        logSystemMessage(text);
     }
     Runtime::current().platform().consoleCapture().writeToOriginal(stream, bytes);
     if (stream == ConsoleCapture::Stream::StandardError) {

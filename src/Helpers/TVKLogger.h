@@ -12,6 +12,9 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace tarvik {
 
@@ -26,12 +29,18 @@ class TVKLogger {
   public:
     static constexpr std::uint64_t kMaxBytesPerLogFile = 100000;
     static constexpr std::uint64_t kAppendsBetweenSizeChecks = 500;
+    // Console output is cut into records no longer than this, so that the appends between two
+    // size checks add at most one limit's worth to the system log.
+    static constexpr std::size_t kMaxBytesPerSystemRecord =
+        kMaxBytesPerLogFile / kAppendsBetweenSizeChecks;
 
     static std::shared_ptr<TVKLogger> sharedInstance();
     static std::string tempLogsDirectory();
     static std::uint64_t maxBytesPerLogFile() { return kMaxBytesPerLogFile; }
 
     static void logMessage(const std::string& message);
+    // Appends the text as records of at most kMaxBytesPerSystemRecord bytes each, cut between
+    // characters.
     static void logSystemMessage(const std::string& message);
     static void logDebugMessage(const std::string& message, std::int64_t logLevel,
                                 const std::string& filename, std::int32_t lineNumber,
@@ -69,12 +78,16 @@ class TVKLogger {
     std::uint64_t trimLogsCount() const { return trimLogsCount_.load(); }
 
   private:
-    void append(const std::string& text, const std::string& path);
+    // Appends the records that `text` holds one after the other, each ending at its offset in
+    // `recordEnds`, as if one by one; those between two size checks go in one write.
+    void append(std::string_view text, const std::vector<std::size_t>& recordEnds,
+                const std::string& path);
     void trim(const std::string& path);
     std::mutex& mutexFor(const std::string& path);
     void handleConsoleChunk(ConsoleCapture::Stream stream, std::string_view bytes);
-    // Advances the shared counter modulo 500; true when it came round to 0.
-    bool countAppend();
+    // Advances the shared counter by up to `appends`, modulo 500, stopping where it comes round
+    // to 0; returns how far it went and whether it came round.
+    std::pair<std::size_t, bool> countAppends(std::size_t appends);
 
     std::string userTrackingLogFilePath_;
     std::string systemLogFilePath_;

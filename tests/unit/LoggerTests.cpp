@@ -122,6 +122,36 @@ TEST_F(LoggerConsole, StartEmptiesTheLogsThenEveryChunkIsOneRecordWithWholeUtf8)
     EXPECT_EQ(capture.writtenToOriginal(Stream::StandardError), "bad \xFF byte\n\xE2\x82x");
 }
 
+TEST_F(LoggerConsole, BigChunksBecomeRecordsSmallEnoughToKeepTheLogNearItsLimit) {
+    Tarvik::startWithAPIKey("key", TarvikProcessTypeManual, false);
+    auto& capture = test.platform().scriptedConsoleCapture();
+    std::string e = "\xC3\xA9";  // two bytes: cuts fall between characters
+    std::string text;
+    for (int i = 0; i < 150; ++i) {
+        text += e;
+    }
+    capture.emit(Stream::StandardOutput, text);
+    EXPECT_EQ(readFile(logger->systemLogFilePath()),
+              text.substr(0, 200) + "\n" + text.substr(200) + "\n");
+
+    // Chunks as big as the capture reads: between two size checks, 500 records, the log grows
+    // by at most its limit.
+    std::string written = text;
+    std::uintmax_t largest = 0;
+    for (int i = 0; i < 20; ++i) {
+        std::string chunk(64 * 1024, static_cast<char>('a' + i));
+        capture.emit(i % 2 ? Stream::StandardOutput : Stream::StandardError, chunk);
+        written += chunk;
+        largest = std::max(largest, fs::file_size(logger->systemLogFilePath()));
+    }
+    EXPECT_LE(largest, 2 * TVKLogger::kMaxBytesPerLogFile + 500);
+    // Only line feeds were added, none lost: what is kept is the end of what was written.
+    std::string kept = readFile(logger->systemLogFilePath());
+    std::erase(kept, '\n');
+    EXPECT_GT(kept.size(), TVKLogger::kMaxBytesPerLogFile / 2);
+    EXPECT_TRUE(written.ends_with(kept));
+}
+
 using LoggerConcurrency = LoggerTest;
 
 const std::regex kDebugRecord(
