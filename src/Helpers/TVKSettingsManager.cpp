@@ -3,9 +3,12 @@
 #include "Helpers/TVKDirectoryLayout.h"
 #include "Platform/PropertyList.h"
 #include "Platform/Runtime.h"
+#include "Public/DebugConsole.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 namespace tarvik {
 
@@ -23,11 +26,23 @@ constexpr const char* kJailbrokenDeviceKey = "isJailbrokenDevice";
 
 constexpr std::int64_t kLargestPresentedInstructionCount = 3;
 
-// The settings as read at creation. A file that cannot be read, is empty, is not a property
-// list or holds anything but a dictionary at its top is not a settings file: the store then
-// keeps no settings for the rest of the process, leaving the file on disk as it is.
-std::optional<Dictionary> readSettingsFile(const std::string& path) {
-    std::optional<Value> contents = plist::readFile(path);
+// The file's bytes; none when it is missing, is not a regular file or cannot be opened.
+std::optional<std::string> readBytes(const std::string& path) {
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(path, ignored)) {
+        return std::nullopt;
+    }
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        return std::nullopt;
+    }
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+// Bytes that are empty, not a property list or hold anything but a dictionary at the top are
+// not a settings file.
+std::optional<Dictionary> settingsIn(const std::string& bytes) {
+    std::optional<Value> contents = plist::parse(bytes);
     if (!contents || !contents->isDictionary()) {
         return std::nullopt;
     }
@@ -38,6 +53,46 @@ std::optional<Dictionary> readSettingsFile(const std::string& path) {
 void writeSettingsFile(const std::optional<Dictionary>& settings) {
     if (settings) {
         plist::writeFileAtomically(Value(*settings), TVKSettingsManager::tarvikSettingsPath());
+    }
+}
+
+// The settings in the file, which is created with the defaults when there is none. Read back
+// even after creating it, so that a file that could not be written leaves the store without
+// settings rather than with settings that exist only in memory.
+std::optional<Dictionary> loadSettingsFile() {
+    std::string path = TVKSettingsManager::tarvikSettingsPath();
+    std::error_code ignored;
+    if (!std::filesystem::exists(path, ignored)) {
+        Date now = Runtime::current().clock().now();
+        Dictionary defaults;
+        defaults[kEventFeatureEnabledKey] = true;
+        defaults[kDefaultInstructionCountKey] = 0;
+        defaults[kLastPresentedInstructionDateKey] = now;
+        defaults[kFirstPresentedInstructionDateKey] = now;
+        writeSettingsFile(defaults);
+    }
+    std::optional<std::string> bytes = readBytes(path);
+    return bytes ? settingsIn(*bytes) : std::nullopt;
+}
+
+// Renames the file to the first free "config.plist.unreadable-N" beside it, never over an
+// earlier one, and gives that name; none when the rename failed.
+std::optional<std::string> setAside(const std::string& path) {
+    for (int number = 1;; ++number) {
+        std::string candidate = path + ".unreadable-" + std::to_string(number);
+        std::error_code error;
+        bool taken = std::filesystem::exists(candidate, error);
+        if (error) {
+            return std::nullopt;
+        }
+        if (taken) {
+            continue;
+        }
+        std::filesystem::rename(path, candidate, error);
+        if (error) {
+            return std::nullopt;
+        }
+        return std::filesystem::path(candidate).filename().string();
     }
 }
 
@@ -79,21 +134,39 @@ std::string TVKSettingsManager::tarvikSettingsPath() {
     return TVKDirectoryLayout::settingsFilePath();
 }
 
-TVKSettingsManager::TVKSettingsManager() : tarvikSettings_(Dictionary{}) {
-    std::string path = tarvikSettingsPath();
+TVKSettingsManager::TVKSettingsManager() {
+    // Start-up makes the folder too; making it here as well keeps the settings that a host
+    // gives before the start of a first launch, and the event feature on for that launch.
     std::error_code ignored;
-    if (!std::filesystem::exists(path, ignored)) {
-        Date now = Runtime::current().clock().now();
-        Dictionary& defaults = *tarvikSettings_;
-        defaults[kEventFeatureEnabledKey] = true;
-        defaults[kDefaultInstructionCountKey] = 0;
-        defaults[kLastPresentedInstructionDateKey] = now;
-        defaults[kFirstPresentedInstructionDateKey] = now;
-        writeSettingsFile(tarvikSettings_);
+    std::filesystem::create_directories(TVKDirectoryLayout::settingsFolderPath(), ignored);
+    tarvikSettings_ = loadSettingsFile();
+}
+
+void TVKSettingsManager::restoreSettingsFile() {
+    auto manager = sharedInstance();
+    std::string path = tarvikSettingsPath();
+    std::optional<std::string> setAsideName;
+    bool restored = false;
+    {
+        std::lock_guard lock(manager->mutex_);
+        if (manager->tarvikSettings_) {
+            return;
+        }
+        // A file that cannot be opened (its permissions) may hold good settings: it is left
+        // alone. One that was read and holds no settings is damaged, and is kept aside.
+        if (std::optional<std::string> bytes = readBytes(path); bytes && !settingsIn(*bytes)) {
+            setAsideName = setAside(path);
+        }
+        manager->tarvikSettings_ = loadSettingsFile();
+        restored = manager->tarvikSettings_.has_value();
     }
-    // Read back even after creating the file, so that a file that could not be written leaves
-    // the store without settings rather than with settings that exist only in memory.
-    tarvikSettings_ = readSettingsFile(path);
+    if (!restored) {
+        logToConsoleIfDebug("Tarvik -- cannot read or write the settings file " + path +
+                            ": events stay off and settings are not kept for this launch");
+    } else if (setAsideName) {
+        logToConsoleIfDebug("Tarvik -- the settings file could not be read; it was kept as " +
+                            *setAsideName + " and written anew with its defaults");
+    }
 }
 
 void TVKSettingsManager::saveSettings() {

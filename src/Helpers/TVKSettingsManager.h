@@ -29,8 +29,12 @@ class TVKSettingsManager {
     static bool hasCheckedForJailbrokenDevice();
     static void setJailbrokenDevice(bool jailbroken);
     static bool isJailbrokenDevice();
+    // Called at start, when the store holds no settings: a file that was read but is not a
+    // settings file is set aside under a new name and the defaults are written anew. A file
+    // that cannot be opened at all is left as it is. Says what it did in debug mode.
+    static void restoreSettingsFile();
 
-    // Reads the file, creating it with its defaults in a new installation.
+    // Reads the file, creating it (and its folder) with its defaults in a new installation.
     TVKSettingsManager();
     // Writes the settings to the file, atomically.
     void saveSettings();

@@ -82,6 +82,9 @@ Tarvik& Tarvik::startWithAPIKey(const std::optional<std::string>& apiKey,
     TVKLogger::redirectConsoles();
     TVKLogger::reset();
     tarvik.configureDirectories();
+    // Settings first used while their file could not be read or written would keep events
+    // off for the whole launch.
+    TVKSettingsManager::restoreSettingsFile();
     if (debug) {
         std::string banner = "Starting Tarvik - version " + tarvik.version().value_or("(null)");
         Runtime::current().console().writeLine(banner);

@@ -1,17 +1,23 @@
+#include <tarvik/Tarvik.h>
+
 #include "Helpers/TVKDirectoryLayout.h"
 #include "Helpers/TVKSettingsManager.h"
 #include "Platform/PropertyList.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "support/Files.h"
+#include "support/PermissionsEnforced.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 namespace tarvik {
 namespace {
 
 using Settings = TVKSettingsManager;
+using ::testing::Contains;
 using testing::TestRuntime;
 using testsupport::readFile;
 
@@ -23,6 +29,15 @@ const Date kTestStart{std::chrono::seconds(1767323045)};  // the Testing clock's
 Dictionary settingsOnDisk() {
     std::optional<Value> contents = plist::readFile(Settings::tarvikSettingsPath());
     return contents && contents->isDictionary() ? *contents->asDictionary() : Dictionary{};
+}
+
+// What a new installation writes at the Testing clock's start. The counter of the defaults has
+// its own spelling, which the file format keeps.
+Dictionary newInstallationDefaults() {
+    return {{"eventFeatureEnabled", true},
+            {"firstPresentedInstructionDate", kTestStart},
+            {"lastPresentedInstructionDate", kTestStart},
+            {"presentedIntructionCount", 0}};
 }
 
 // Tests start with the settings folder in place.
@@ -37,12 +52,7 @@ using SettingsNewInstallation = SettingsTest;
 TEST_F(SettingsNewInstallation, WritesExactlyTheFourDefaults) {
     EXPECT_TRUE(Settings::eventSubmissionEnabled());
     EXPECT_FALSE(Settings::hasCheckedForJailbrokenDevice());
-    // The counter of the defaults has its own spelling, which the file format keeps.
-    Dictionary defaults = {{"eventFeatureEnabled", true},
-                           {"firstPresentedInstructionDate", kTestStart},
-                           {"lastPresentedInstructionDate", kTestStart},
-                           {"presentedIntructionCount", 0}};
-    EXPECT_EQ(settingsOnDisk(), defaults);
+    EXPECT_EQ(settingsOnDisk(), newInstallationDefaults());
 }
 
 using SettingsSaving = SettingsTest;
@@ -95,34 +105,67 @@ TEST_F(SettingsSaving, InstructionCountIsStoredAtMostThree) {
     }
 }
 
-// Without a folder no file can be made; a file that is not a dictionary is not a settings file.
-// Either way the store keeps nothing for the rest of the process and leaves the disk alone.
-TEST(SettingsFile, WithoutAFolderOrADictionaryNothingIsKept) {
+// A file that is empty or not a dictionary is not a settings file: until the start the store
+// keeps nothing and leaves it as it is; the start sets it aside under a name no earlier one has
+// and writes the defaults anew.
+TEST(SettingsFile, ADamagedFileIsSetAsideAtStartAndTheDefaultsWrittenAnew) {
     Data arrayRoot = *plist::toBinary(Array{"eventFeatureEnabled", true});
-    const std::optional<std::string> cases[] = {std::nullopt, "", "\x89PNG not a property list",
-                                                std::string(arrayRoot.begin(), arrayRoot.end()),
-                                                *plist::toXml("eventFeatureEnabled")};
-    for (const std::optional<std::string>& bytes : cases) {
+    const std::string cases[] = {"", "\x89PNG not a property list",
+                                 std::string(arrayRoot.begin(), arrayRoot.end()),
+                                 *plist::toXml("eventFeatureEnabled")};
+    for (const std::string& bytes : cases) {
         SCOPED_TRACE(::testing::PrintToString(bytes));
         TestRuntime test;
-        if (bytes) {
-            fs::create_directories(TVKDirectoryLayout::settingsFolderPath());
-            testsupport::writeFile(Settings::tarvikSettingsPath(), *bytes);
-        }
+        std::string path = Settings::tarvikSettingsPath();
+        fs::create_directories(TVKDirectoryLayout::settingsFolderPath());
+        testsupport::writeFile(path, bytes);
+        testsupport::writeFile(path + ".unreadable-1", "set aside by an earlier launch");
 
         EXPECT_EQ(Settings::sharedInstance()->tarvikSettings(), std::nullopt);
-        // Not even a folder made later brings the store back.
-        fs::create_directories(TVKDirectoryLayout::settingsFolderPath());
-        Settings::setEventSubmissionEnabled(true);
         Settings::setUserEmail("someone@example.com");
-        Settings::setJailbrokenDevice(true);
-        Settings::sharedInstance()->saveSettings();
-        EXPECT_FALSE(Settings::eventSubmissionEnabled());
-        EXPECT_EQ(Settings::userEmail(), std::nullopt);
-        EXPECT_FALSE(Settings::hasCheckedForJailbrokenDevice());
-        EXPECT_EQ(fs::exists(Settings::tarvikSettingsPath()), bytes.has_value());
-        EXPECT_EQ(readFile(Settings::tarvikSettingsPath()), bytes.value_or(""));
+        EXPECT_EQ(readFile(path), bytes);
+
+        Tarvik::startWithAPIKey("key", TarvikProcessTypeManual, true);
+        EXPECT_TRUE(Settings::eventSubmissionEnabled());
+        EXPECT_EQ(settingsOnDisk(), newInstallationDefaults());
+        EXPECT_EQ(readFile(path + ".unreadable-1"), "set aside by an earlier launch");
+        EXPECT_EQ(readFile(path + ".unreadable-2"), bytes);
+        EXPECT_THAT(test.consoleLines(),
+                    Contains("Tarvik -- the settings file could not be read; it was kept as "
+                             "config.plist.unreadable-2 and written anew with its defaults"));
     }
+}
+
+// The settings folder is made on first use, so settings given before the start of a first
+// launch are kept, and events are on.
+TEST(SettingsFile, SettingsGivenBeforeTheFirstStartAreKept) {
+    TestRuntime test;
+    Tarvik::sharedInstance().setUserEmail("someone@example.com");
+    Tarvik::startWithAPIKey("key");
+    EXPECT_TRUE(Settings::eventSubmissionEnabled());
+    EXPECT_EQ(Settings::userEmail(), "someone@example.com");
+}
+
+// A file the process may not read may hold good settings: it is neither set aside nor
+// overwritten, and the start says what that means.
+TEST(SettingsFile, AFileThatCannotBeOpenedIsLeftAsItIs) {
+    TestRuntime test;
+    std::string path = Settings::tarvikSettingsPath();
+    fs::create_directories(TVKDirectoryLayout::settingsFolderPath());
+    testsupport::writeFile(path, *plist::toXml(Dictionary{{"eventFeatureEnabled", true}}));
+    fs::permissions(path, fs::perms::none);
+    testsupport::PermissionsEnforced enforced;
+    if (std::ifstream(path).is_open()) {
+        GTEST_SKIP() << "permissions are not enforced for this process";
+    }
+    Tarvik::startWithAPIKey("key", TarvikProcessTypeManual, true);
+    EXPECT_FALSE(Settings::eventSubmissionEnabled());
+    EXPECT_EQ(std::distance(fs::directory_iterator(TVKDirectoryLayout::settingsFolderPath()),
+                            fs::directory_iterator()),
+              1);
+    EXPECT_THAT(test.consoleLines(),
+                Contains("Tarvik -- cannot read or write the settings file " + path +
+                         ": events stay off and settings are not kept for this launch"));
 }
 
 }  // namespace
