@@ -13,6 +13,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <string_view>
 #include <utility>
 
@@ -152,7 +154,9 @@ void TVKEventConfigurationManager::resetTimer() {
         }
     };
     MainQueue& mainQueue = Runtime::current().mainQueue();
-    Date now = Runtime::current().clock().now();
+    Clock& clock = Runtime::current().clock();
+    Date now = clock.now();
+    double mediaNow = clock.mediaTime();
     double interval = 0;
     std::shared_ptr<Timer> replaced;
     {
@@ -161,7 +165,10 @@ void TVKEventConfigurationManager::resetTimer() {
         // could be the one replaced, leaving the older timer and interval running.
         std::lock_guard lock(mutex_);
         interval = intervalSeconds_;
-        replaced = std::exchange(timer_, mainQueue.scheduleTimer(now, interval, true, fire));
+        double wait = std::max(0.0, fetchPacing_.earliestNextFetch() - mediaNow);
+        Date firstFire =
+            now + std::chrono::duration_cast<Date::duration>(std::chrono::duration<double>(wait));
+        replaced = std::exchange(timer_, mainQueue.scheduleTimer(firstFire, interval, true, fire));
     }
     if (replaced) {
         replaced->invalidate();
@@ -185,6 +192,10 @@ void TVKEventConfigurationManager::updateEventConfig() {
     if (TVKSettingsManager::eventSubmissionEnabled()) {
         shutdownTimer();
         return;
+    }
+    {
+        std::lock_guard lock(mutex_);
+        fetchPacing_.recordFetch(Runtime::current().clock().mediaTime());
     }
     // The transport answers synchronously and may wait up to the request's time-out, so the
     // fetch gets a thread of its own rather than the main queue (which fires the timer), a
@@ -305,7 +316,8 @@ void TVKEventConfigurationManager::applyConfiguration(const Dictionary& document
 }
 
 void TVKEventConfigurationManager::changeInterval(double seconds) {
-    double interval = kMinimumSeconds > seconds ? kMinimumSeconds : seconds;
+    double interval = std::isnan(seconds) ? kMinimumSeconds
+                                          : std::clamp(seconds, kMinimumSeconds, kMaximumSeconds);
     {
         std::lock_guard lock(mutex_);
         if (interval == intervalSeconds_) {

@@ -6,6 +6,8 @@
 #include "Platform/MainQueue.h"
 #include "Platform/TVKHttpTransport.h"
 
+#include <algorithm>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -25,8 +27,8 @@ class TVKEventConfigurationManager
 
     // Starts polling unless a timer already runs.
     static void startTimer();
-    // Sets the polling interval, raised to `minimumSeconds`; a changed interval restarts the
-    // timer (and so fetches at once).
+    // Sets the polling interval, kept between `minimumSeconds` and `maximumSeconds` (a value
+    // that is not a number counts as the minimum); a changed interval restarts the timer.
     static void setInterval(double seconds);
     static bool shouldUploadDataForEventTitle(const std::optional<std::string>& title);
     // Each replaces one mute list; none (a missing key) empties it; entries that are not
@@ -41,7 +43,8 @@ class TVKEventConfigurationManager
     TVKEventConfigurationManager(const TVKEventConfigurationManager&) = delete;
     TVKEventConfigurationManager& operator=(const TVKEventConfigurationManager&) = delete;
 
-    // Replaces the timer by one that fires now and then every `intervalSeconds`.
+    // Replaces the timer by one that fires now (or, when fetches came fast, as soon as the
+    // fetch pacing allows) and then every `intervalSeconds`.
     void resetTimer();
     void shutdownTimer();
     // One timer firing: stops polling once the feature is on, else fetches the configuration
@@ -50,6 +53,7 @@ class TVKEventConfigurationManager
     HttpRequest buildRequest(const std::string& url) const;
 
     double minimumSeconds() const { return kMinimumSeconds; }
+    double maximumSeconds() const { return kMaximumSeconds; }
     double intervalSeconds() const;
     bool hasTimer() const;
     std::vector<std::string> mutedMessages() const;
@@ -59,6 +63,29 @@ class TVKEventConfigurationManager
 
   private:
     static constexpr double kMinimumSeconds = 900.0;
+    // A day: longer answers (up to an infinite one) would stop polling for the process.
+    static constexpr double kMaximumSeconds = 86400.0;
+
+    // Answers that keep changing the interval restart the timer at every answer, and each
+    // restart fetches at once. Fetches are therefore paced: two may start together, after
+    // which they start at most once a minute, on the media clock (which clock changes do not
+    // move). The interval's own firings are never held back by this.
+    class FetchPacing {
+      public:
+        static constexpr double kSecondsBetweenFetches = 60.0;
+        static constexpr int kFetchesAtOnce = 2;
+
+        double earliestNextFetch() const {
+            return paidUntil_ - (kFetchesAtOnce - 1) * kSecondsBetweenFetches;
+        }
+        void recordFetch(double now) {
+            paidUntil_ = std::max(paidUntil_, now) + kSecondsBetweenFetches;
+        }
+
+      private:
+        // Each fetch pays for one spacing after the later of its start and the earlier ones'.
+        double paidUntil_ = -std::numeric_limits<double>::infinity();
+    };
 
     // "https://<host>/v1/event/config.json?app_bundle_identifier=...&app_name=...".
     static std::string configurationUrl();
@@ -78,6 +105,7 @@ class TVKEventConfigurationManager
     // thread of their own and the decision is asked from any thread.
     mutable std::mutex mutex_;
     std::shared_ptr<Timer> timer_;
+    FetchPacing fetchPacing_;
     double intervalSeconds_ = kMinimumSeconds;
     std::vector<std::string> mutedMessages_;
     std::vector<std::string> mutedApplications_;

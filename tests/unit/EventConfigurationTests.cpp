@@ -115,10 +115,45 @@ TEST_P(EventConfigInterval, FollowsTheServicesMinutesButNeverGoesBelowTheMinimum
 
 // 15 minutes are the minimum and the interval at start. The service's number is converted in
 // single precision: 16.7f × 60 is 1002.0000610351562.
+// More than a day (1e300 is infinite in single precision) is lowered to a day.
 INSTANTIATE_TEST_SUITE_P(CheckIntervals, EventConfigInterval,
                          ::testing::Values(IntervalCase{"5", 900.0, 1},
                                            IntervalCase{"30", 1800.0, 2},
-                                           IntervalCase{"16.7", 1002.0000610351562, 2}));
+                                           IntervalCase{"16.7", 1002.0000610351562, 2},
+                                           IntervalCase{"1441", 86400.0, 2},
+                                           IntervalCase{"1e300", 86400.0, 2}));
+
+TEST_F(EventConfigPolling, AnIntervalThatIsNotANumberCountsAsTheMinimum) {
+    Manager::setInterval(1800);
+    Manager::setInterval(std::nan(""));
+    EXPECT_EQ(manager()->intervalSeconds(), 900.0);
+}
+
+// Answers that change the interval every time restart the timer every time, and each restart
+// fetches at once. After a first burst of two, the fetches come at most once a minute.
+TEST_F(EventConfigPolling, AnswersThatKeepChangingTheIntervalFetchAtMostOnceAMinute) {
+    transport.setResponder([this](const HttpRequest&) {
+        // Bounded, so that an SDK without the limit ends the test instead of looping.
+        if (requests() > 500) {
+            return HttpResult::answer(500);
+        }
+        return answerWithBody(
+            200, requests() % 2 ? R"({"check_interval": 30})" : R"({"check_interval": 15})");
+    });
+    Manager::startTimer();
+    rt.advance(0);
+    EXPECT_EQ(requests(), 2u);
+    rt.advance(3600);
+    EXPECT_EQ(requests(), 62u);
+
+    // Once the answers settle, the service's interval holds again.
+    transport.setResponder(
+        [](const HttpRequest&) { return answerWithBody(200, R"({"check_interval": 30})"); });
+    rt.advance(60);
+    std::size_t settled = requests();
+    rt.advance(1800 * 3);
+    EXPECT_EQ(requests(), settled + 3);
+}
 
 TEST_F(EventConfigurationTest, TheRequestIsAGetWithTheNamesPercentEncodedAndDeviceHeaders) {
     TarvikDomainName = "127.0.0.1:8443";
