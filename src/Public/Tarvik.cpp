@@ -99,6 +99,10 @@ Tarvik& Tarvik::startWithAPIKey(const std::optional<std::string>& apiKey,
 void Tarvik::recordEvent(const std::string& message, const char* file, const char* function,
                          std::int32_t line, bool includeAttachments) {
     if (!TVKEventConfigurationManager::shouldUploadDataForEventTitle(message)) {
+        // An answer to a send can switch events off without restarting polling, which would
+        // leave them off for the process: a dropped event starts it. Polling that runs is left
+        // as it is, so a stream of dropped events asks the service no more often than it does.
+        TVKEventConfigurationManager::startTimer();
         return;
     }
     // The event's fields are sent in this order. Names that are not UTF-8 text are left out, as

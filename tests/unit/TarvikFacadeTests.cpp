@@ -251,6 +251,42 @@ TEST_F(EventRecording, LinesKeepTheirSignAndNamesThatAreNotUtf8AreLeftOut) {
     EXPECT_THAT(sent[1].body, Not(HasSubstr("name=\"method_name\"")));
 }
 
+// A send answer can switch events off without changing the interval, so no timer restarts. The
+// next dropped event asks the service again, once: later ones find polling running.
+TEST_F(EventRecording, ADroppedEventRestartsPollingThatIsNotRunning) {
+    auto configurationRequests = [this] {
+        std::size_t gets = 0;
+        for (const auto& exchange : transport().exchanges()) {
+            gets += exchange.request.method == "GET";
+        }
+        return gets;
+    };
+    ASSERT_EQ(configurationRequests(), 0u);  // events are on in a new installation
+    setSubmissionAnswer([] {
+        return testsupport::answerWithBody(
+            200, R"({"event": {"enabled": false, "check_interval": 15}})");
+    });
+    setConfigurationAnswer(R"({"enabled": false, "check_interval": 15})");
+    Tarvik::sharedInstance().recordEvent("switches events off", "a.cpp", "f", 1, false);
+    test.drain();
+    ASSERT_FALSE(TVKSettingsManager::eventSubmissionEnabled());
+    EXPECT_EQ(configurationRequests(), 0u);
+
+    for (int event = 0; event < 50; ++event) {
+        Tarvik::sharedInstance().recordEvent("dropped", "a.cpp", "f", 1, false);
+    }
+    test.drain();
+    EXPECT_EQ(configurationRequests(), 1u);
+
+    // The service switches events on again; the next poll finds it, and events are sent.
+    setConfigurationAnswer(R"({"enabled": true})");
+    test.advance(900);
+    EXPECT_EQ(configurationRequests(), 2u);
+    Tarvik::sharedInstance().recordEvent("sent", "a.cpp", "f", 1, false);
+    test.drain();
+    EXPECT_EQ(submissionsSent().size(), 2u);
+}
+
 TEST_F(EventRecording, EventsRecordedWhileDisabledAreNeitherKeptNorSent) {
     TVKSettingsManager::setEventSubmissionEnabled(false);
     Tarvik::sharedInstance().recordEvent("off", "a.cpp", "f", 1, true);
