@@ -71,7 +71,10 @@ HttpRequest TVKSubmissionRequestBuilder::buildPOSTSubmissionRequest() {
     request.setValue(Tarvik::sharedInstance().apiKey(), "X-Tarvik-Api-Key");
     request.setValue("ios", "X-Tarvik-Device-Type");
     DeviceProbes& device = Runtime::current().platform().device();
-    request.setValue(device.identifierForVendor(), "X-Tarvik-Device-Identifier");
+    // Like the configuration request: no identifier is better than an empty one.
+    if (std::string identifier = device.identifierForVendor(); !identifier.empty()) {
+        request.setValue(identifier, "X-Tarvik-Device-Identifier");
+    }
     request.setValue(device.deviceName(), "X-Tarvik-Device-Name");
     request.setValue(fmt::format("multipart/form-data; boundary={}", kMultipartBoundary),
                      "Content-Type");
@@ -235,8 +238,14 @@ void TVKSubmissionRequestBuilder::addDeviceInformation() {
     addField("device_info[disk_used]", std::to_string(tarvik_diskUsed()));
     addField("device_info[disk_total]", std::to_string(tarvik_diskTotal()));
     addField("device_info[jailbroken]", tarvik_isJailbroken() ? "1" : "0");
-    addField("device_info[region]", tarvik_deviceRegion());
-    addField("device_info[lang]", tarvik_deviceLanguage());
+    // A locale without a country has no region, and no locale has neither: nothing is sent
+    // rather than an empty value.
+    if (std::string region = tarvik_deviceRegion(); !region.empty()) {
+        addField("device_info[region]", region);
+    }
+    if (std::string language = tarvik_deviceLanguage(); !language.empty()) {
+        addField("device_info[lang]", language);
+    }
     addField("device_info[orientation]", std::to_string(statusBarOrientationFromMainQueue()));
 }
 

@@ -134,7 +134,9 @@ std::string tarvik_deviceLanguage() {
     if (!language) {
         return "";
     }
-    return *language + "_" + tarvik_deviceRegion();
+    // A locale without a country is the language alone ("de"), never one with a dangling "_".
+    std::string region = tarvik_deviceRegion();
+    return region.empty() ? *language : *language + "_" + region;
 }
 
 std::string tarvik_hardwareName() {

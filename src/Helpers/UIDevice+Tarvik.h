@@ -34,8 +34,8 @@ std::optional<std::string> tarvik_carrierName();
 // The last location the system holds; kLocationCoordinateInvalid when there is none.
 LocationCoordinate tarvik_userLocation();
 // The locale's country code ("US"), and its language code joined to that by "_" ("en_US").
-// Both are "" when there is no locale to ask; a locale without a country has region "" (and
-// so language "de_").
+// Both are "" when there is no locale to ask; a locale without a country has region "" and
+// the language code alone ("de").
 std::string tarvik_deviceRegion();
 std::string tarvik_deviceLanguage();
 // The hardware model, such as "x86_64".

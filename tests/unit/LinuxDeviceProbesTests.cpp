@@ -83,7 +83,9 @@ TEST(LinuxDeviceProbes, LocaleFromTheEnvironmentInPrecedenceOrder) {
              {nullptr, "fr_CA.UTF-8", "en_US.UTF-8", "fr", "CA"},
              {"sv_FI", "fr_CA.UTF-8", "en_US.UTF-8", "sv", "FI"},
              {"", "", "et_EE.UTF-8", "et", "EE"},  // empty variables do not count
+             {nullptr, nullptr, "en_", "en", std::nullopt},
              {nullptr, nullptr, "POSIX", std::nullopt, std::nullopt},
+             {nullptr, nullptr, "C.UTF-8", std::nullopt, std::nullopt},
              {"C", nullptr, "en_US.UTF-8", std::nullopt, std::nullopt},
              {nullptr, nullptr, nullptr, std::nullopt, std::nullopt},
          }) {

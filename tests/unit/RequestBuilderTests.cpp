@@ -182,6 +182,29 @@ TEST_F(RequestBuilderRequest, PostsTheSpoolFileWithTheHeadersInOrder) {
                   {"Content-Length", length}}));
 }
 
+// A locale without a country (LANG=en) has no region and a language without a dangling "_";
+// without a locale (LANG=C) there is neither; an empty vendor identifier is no header.
+TEST_F(RequestBuilderRequest, LeavesOutWhatTheDeviceCannotTell) {
+    testing::FakeDevice& device = test.platform().fakeDevice();
+    device.setIdentifierForVendor("");
+    device.setLocaleCountryCode(std::nullopt);
+    auto submission = event();
+    HttpRequest request = TVKSubmissionRequestBuilder(submission).buildPOSTSubmissionRequest();
+    for (const auto& [name, value] : request.headers) {
+        EXPECT_FALSE(value.empty()) << name;
+    }
+    std::string body = readFile(submission->httpBodyFilePath());
+    EXPECT_THAT(body, Not(HasSubstr("device_info[region]")));
+    EXPECT_THAT(body, HasSubstr(field("device_info[lang]", "en")));
+
+    device.setLocaleLanguageCode(std::nullopt);
+    submission = event();
+    TVKSubmissionRequestBuilder(submission).buildPOSTSubmissionRequest();
+    body = readFile(submission->httpBodyFilePath());
+    EXPECT_THAT(body, Not(HasSubstr("device_info[region]")));
+    EXPECT_THAT(body, Not(HasSubstr("device_info[lang]")));
+}
+
 using RequestBuilderGoldenBody = RequestBuilderTest;
 
 TEST_F(RequestBuilderGoldenBody, EventBodyMatchesTheFixture) {
