@@ -19,12 +19,35 @@
 
 #include <charconv>
 #include <cstdlib>
+#include <string_view>
 
 namespace tarvik {
 
 namespace {
 using Kind = TVKDirectoryLayout::Kind;
 using Status = TVKDirectoryLayout::Status;
+
+// A key read from a file or pasted often carries a line break or blanks around it, which no
+// service key holds: they are dropped.
+std::string_view withoutSurroundingWhiteSpace(std::string_view key) {
+    constexpr std::string_view kWhiteSpace = " \t\r\n\v\f";
+    std::size_t first = key.find_first_not_of(kWhiteSpace);
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return key.substr(first, key.find_last_not_of(kWhiteSpace) - first + 1);
+}
+
+// The offset of the first control character, which no request header can carry.
+std::optional<std::size_t> firstControlCharacter(std::string_view key) {
+    for (std::size_t offset = 0; offset < key.size(); ++offset) {
+        unsigned char c = static_cast<unsigned char>(key[offset]);
+        if (c < 0x20 || c == 0x7F) {
+            return offset;
+        }
+    }
+    return std::nullopt;
+}
 }  // namespace
 
 Tarvik::Tarvik() {
@@ -73,10 +96,25 @@ Tarvik& Tarvik::startWithAPIKey(const std::optional<std::string>& apiKey,
     if (!apiKey) {
         throw ParameterAssertionError("apiKey");
     }
+    std::string_view key = withoutSurroundingWhiteSpace(*apiKey);
+    if (std::optional<std::size_t> offset = firstControlCharacter(key)) {
+        // Every request would fail before it left the device, and the queue would only grow:
+        // the start is refused, loudly even outside debug mode, and an earlier start stands.
+        Console& console = Runtime::current().console();
+        console.writeLine(
+            "Tarvik -- the API key cannot be sent in a request header; Tarvik is not started");
+        if (debug) {
+            std::size_t leadingWhiteSpace = key.data() - apiKey->data();
+            console.writeLine(fmt::format(
+                "Tarvik -- the API key holds the control character 0x{:02X} at offset {}",
+                static_cast<unsigned char>(key[*offset]), leadingWhiteSpace + *offset));
+        }
+        return sharedInstance();
+    }
     // Interaction tracking interposes the application's event dispatch here, once per
     // process, when it lands.
     Tarvik& tarvik = sharedInstance();
-    tarvik.setApiKey(apiKey);
+    tarvik.setApiKey(std::string(key));
     tarvik.setDebug(debug);
     tarvik.setProcessType(processType);
     TVKLogger::redirectConsoles();

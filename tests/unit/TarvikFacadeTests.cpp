@@ -86,6 +86,32 @@ TEST_F(TarvikStart, AMissingKeyIsAParameterAssertionAndAnEmptyOneStarts) {
     EXPECT_FALSE(tarvik.debug());
 }
 
+// A key read from a file or pasted often ends in a line break: surrounding white space is
+// dropped. A key that still holds a control character cannot be sent as a header value, so
+// the start is refused, always with a console line and in debug mode with the reason.
+TEST_F(TarvikStart, SurroundingWhiteSpaceIsDroppedAndAKeyWithAControlCharacterIsRefused) {
+    const std::string refused =
+        "Tarvik -- the API key cannot be sent in a request header; "
+        "Tarvik is not started";
+    Tarvik::startWithAPIKey("k\x01ey", TarvikProcessTypeManual, false);
+    EXPECT_THAT(test.consoleLines(), ::testing::ElementsAre(refused));
+    EXPECT_EQ(tarvik.apiKey(), std::nullopt);
+    EXPECT_FALSE(fs::exists(TVKDirectoryLayout::cacheFolderPath()));
+
+    Tarvik::startWithAPIKey(" \tkey-123\r\n", TarvikProcessTypeManual, false);
+    EXPECT_EQ(tarvik.apiKey(), "key-123");
+    EXPECT_TRUE(fs::exists(TVKDirectoryLayout::cacheFolderPath()));
+
+    // A refused start leaves the earlier one as it was.
+    Tarvik::startWithAPIKey("key-456\x7f", TarvikProcessTypeShake, true);
+    EXPECT_EQ(tarvik.apiKey(), "key-123");
+    EXPECT_EQ(tarvik.processType(), TarvikProcessTypeManual);
+    EXPECT_THAT(test.consoleLines(),
+                ::testing::ElementsAre(refused, refused,
+                                       "Tarvik -- the API key holds the control character 0x7F "
+                                       "at offset 7"));
+}
+
 TEST_F(TarvikStart, EachStartMakesTheTreeAndEmptiesProcessingAndOutsideDebugSent) {
     bool filled = false;  // the first start finds nothing; later ones a submission everywhere
     for (bool debug : {false, true, false}) {
