@@ -33,6 +33,8 @@
 
 namespace tarvik {
 
+namespace fs = std::filesystem;
+
 namespace {
 
 // How long the gathering of an issue waits for the main thread to hand over the host's
@@ -157,8 +159,34 @@ std::optional<std::set<std::string>> TVKSubmission::urlsOfAlreadyCopiedFiles() c
 }
 
 std::set<std::string> TVKSubmission::attachedFilesUrls() const {
-    std::lock_guard lock(mutex_);
-    return urlsOfAlreadyCopiedFiles_.value_or(std::set<std::string>{});
+    {
+        std::lock_guard lock(mutex_);
+        if (urlsOfAlreadyCopiedFiles_) {
+            return *urlsOfAlreadyCopiedFiles_;
+        }
+    }
+    return filesInFolder();
+}
+
+// A submission loaded from disk no longer knows which files it copied in; the folder does.
+// The paths are spelt as the copying spells them, so the set, and with it the order of the
+// parts, is the same as that of the object that made the submission.
+std::set<std::string> TVKSubmission::filesInFolder() const {
+    std::set<std::string> files;
+    for (const std::string& folder : {tarvikAttachmentsFolderPath(), userAttachmentsFolderPath()}) {
+        std::error_code error;
+        for (fs::directory_iterator it(folder, error), end; !error && it != end;
+             it.increment(error)) {
+            std::string name = it->path().filename().string();
+            // An archive left by a build that was cut short is no file of the submission.
+            bool strayArchive = folder == tarvikAttachmentsFolderPath() && name == "temp.zip";
+            std::error_code ignored;
+            if (it->is_regular_file(ignored) && !strayArchive) {
+                files.insert(appendingPathComponent(folder, name));
+            }
+        }
+    }
+    return files;
 }
 
 std::optional<std::string> TVKSubmission::submissionFolderPath() const {
@@ -366,9 +394,39 @@ void TVKSubmission::copyFileToTarvikAttachmentsFolder(const std::string& sourceP
 void TVKSubmission::copyUserAttachedFiles() {
     std::set<std::string> sources = urlsOfFilesToCopy().value_or(std::set<std::string>{});
     std::string folder = userAttachmentsFolderPath();
+    std::set<std::string> taken;
     for (const std::string& source : sources) {
-        TVKFileHelper::copyFileFromPath(source, folder);
-        addAlreadyCopiedFile(appendingPathComponent(folder, lastPathComponent(source)));
+        std::string destination =
+            appendingPathComponent(folder, unusedFileName(lastPathComponent(source), taken));
+        copyHostFile(source, destination);
+        addAlreadyCopiedFile(destination);
+    }
+}
+
+std::string TVKSubmission::unusedFileName(const std::string& fileName,
+                                          std::set<std::string>& taken) {
+    std::string extension = pathExtension(fileName);
+    std::string base =
+        extension.empty() ? fileName : fileName.substr(0, fileName.size() - extension.size() - 1);
+    std::string suffix = extension.empty() ? "" : "." + extension;
+    std::string name = fileName;
+    for (int number = 2; taken.count(name) != 0; ++number) {
+        name = fmt::format("{}-{}{}", base, number, suffix);
+    }
+    taken.insert(name);
+    return name;
+}
+
+void TVKSubmission::copyHostFile(const std::string& source, const std::string& destination) {
+    // The file as it is now, also when the host named it through a link: a link copied as a
+    // link would dangle (a relative one) or follow the host's file as it changes.
+    TVKFileHelper::removeFileAtPath(destination);
+    std::error_code error;
+    fs::copy_file(source, destination, error);
+    if (error) {
+        logToConsoleIfDebug(
+            fmt::format("Tarvik Error -- FAILED to copy file: {} \n into folder : {} \n {}", source,
+                        userAttachmentsFolderPath(), error.message()));
     }
 }
 
@@ -451,7 +509,7 @@ std::vector<std::shared_ptr<TVKSubmission>> TVKSubmission::processCacheFolderFor
     std::vector<std::shared_ptr<TVKSubmission>> found;
     for (const std::string& entry : TVKFileHelper::fileURLsInDirectoryAtPath(statusFolderPath)) {
         std::error_code error;
-        if (!std::filesystem::is_directory(std::filesystem::symlink_status(entry, error)) ||
+        if (!fs::is_directory(fs::symlink_status(entry, error)) ||
             entry.find("_attachments") != std::string::npos) {
             continue;
         }

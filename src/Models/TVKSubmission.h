@@ -54,6 +54,8 @@ class TVKSubmission : public std::enable_shared_from_this<TVKSubmission> {
     std::optional<std::set<std::string>> urlsOfFilesToCopy() const;
     // Files already in the folder that are uploaded as file parts.
     std::optional<std::set<std::string>> urlsOfAlreadyCopiedFiles() const;
+    // The files to upload: those copied in, or, for a submission loaded from disk, which has
+    // no such list, every file its "tarvik_attachments" and "user_attachments" hold.
     std::set<std::string> attachedFilesUrls() const;
 
     // Paths. The folder paths are none while the status is not one of the three.
@@ -135,6 +137,12 @@ class TVKSubmission : public std::enable_shared_from_this<TVKSubmission> {
 
   private:
     void gatherFiles(const Array& stackFrames);
+    // The SDK's files and the host's copies that the folder holds.
+    std::set<std::string> filesInFolder() const;
+    void copyHostFile(const std::string& source, const std::string& destination);
+    // `fileName`, or, when a file copied before took it, the name with "-2", "-3", ... before
+    // its extension; the name given is added to `taken`.
+    static std::string unusedFileName(const std::string& fileName, std::set<std::string>& taken);
 
     const std::string uuid_;
     mutable std::mutex mutex_;  // guards everything below

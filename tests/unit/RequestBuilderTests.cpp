@@ -274,6 +274,69 @@ TEST_F(RequestBuilderFiles, HostFilesKeepTheirNamesTextIsZippedAndOtherTypesGoAs
     EXPECT_EQ(TVKSubmissionRequestBuilder::contentTypeByFileExtension("JPG"), "image/jpeg");
 }
 
+// A body that was cut short (the app was killed while writing it) is written again, whole,
+// whether the object still knows its files or was loaded from disk by a later run.
+TEST_F(RequestBuilderFiles, ABodyCutShortIsWrittenAgainWithEveryFileItHadAfterARestartToo) {
+    auto submission = eventWithHostFiles(
+        {hostFile("notes.weird", "notes"), hostFile("big.png", std::string(102401, 'b'))});
+    submission->setSubmissionStatus(TVKSubmissionStatusQueued);
+    std::string bodyPath = submission->httpBodyFilePath();
+    TVKSubmissionRequestBuilder(submission).buildPOSTSubmissionRequest();
+    std::string whole = readFile(bodyPath);
+    ASSERT_THAT(whole, HasSubstr("filename=\"notes.weird\""));
+
+    auto reloaded = TVKEventSubmission::withUUID(submission->uuid());
+    reloaded->setCreatedDate(submission->createdDate());
+    // A crash while zipping leaves an archive behind; it is no file of the submission.
+    writeFile(submission->tarvikAttachmentsFolderPath() + "/temp.zip", "stale");
+    for (const auto& rebuilt : {std::static_pointer_cast<TVKSubmission>(submission),
+                                std::static_pointer_cast<TVKSubmission>(reloaded)}) {
+        SCOPED_TRACE(rebuilt == submission ? "same object" : "loaded from disk");
+        fs::resize_file(bodyPath, whole.size() - 10);
+        TVKSubmissionRequestBuilder(rebuilt).buildPOSTSubmissionRequest();
+        EXPECT_TRUE(readFile(bodyPath) == whole) << readFile(bodyPath).size() << " bytes";
+    }
+}
+
+// Attachments are copied as they are when the report is made, one copy per file: a link
+// gives the file it points at, and files of the same name from different folders are all kept.
+TEST_F(RequestBuilderFiles, AnAttachedLinkIsCopiedAsTheFileItPointsAt) {
+    fs::create_directories(test.root() + "/host/sub");
+    std::string live = hostFile("live.weird", "before");
+    hostFile("sub/target.weird", "target");
+    fs::create_symlink("sub/target.weird", test.root() + "/host/rel.weird");
+    fs::create_symlink(live, test.root() + "/host/abs.weird");
+    auto submission =
+        eventWithHostFiles({test.root() + "/host/rel.weird", test.root() + "/host/abs.weird"});
+    writeFile(live, "after");
+    TVKSubmissionRequestBuilder(submission).buildPOSTSubmissionRequest();
+    std::string copies = submission->userAttachmentsFolderPath();
+    for (const char* name : {"rel.weird", "abs.weird"}) {
+        EXPECT_FALSE(fs::is_symlink(copies + "/" + name)) << name;
+    }
+    std::string body = readFile(submission->httpBodyFilePath());
+    EXPECT_THAT(body, HasSubstr("filename=\"rel.weird\"\r\nContent-Type: "
+                                "application/octet-stream\r\n\r\ntarget\r\n"));
+    EXPECT_THAT(body, HasSubstr("filename=\"abs.weird\"\r\nContent-Type: "
+                                "application/octet-stream\r\n\r\nbefore\r\n"));
+}
+
+TEST_F(RequestBuilderFiles, AttachmentsOfTheSameNameAreAllSentUnderNamesOfTheirOwn) {
+    for (const char* folder : {"a", "b", "c"}) {
+        fs::create_directories(test.root() + "/host/" + folder);
+    }
+    auto submission =
+        eventWithHostFiles({hostFile("a/log.weird", "first"), hostFile("b/log.weird", "second"),
+                            hostFile("c/log.weird", "third"), hostFile("log-2.weird", "own")});
+    TVKSubmissionRequestBuilder(submission).buildPOSTSubmissionRequest();
+    std::string body = readFile(submission->httpBodyFilePath());
+    std::string part = "\"\r\nContent-Type: application/octet-stream\r\n\r\n";
+    EXPECT_THAT(body, HasSubstr("filename=\"log.weird" + part + "first\r\n"));
+    EXPECT_THAT(body, HasSubstr("filename=\"log-2.weird" + part + "second\r\n"));
+    EXPECT_THAT(body, HasSubstr("filename=\"log-3.weird" + part + "third\r\n"));
+    EXPECT_THAT(body, HasSubstr("filename=\"log-2-2.weird" + part + "own\r\n"));
+}
+
 TEST_F(RequestBuilderFiles, BrokenFilesAndAnUnknownBatteryStillGiveAWellFormedBody) {
     auto submission = event();
     std::string folder = *submission->submissionFolderPath();
