@@ -72,8 +72,10 @@ void TVKRetryManager::retryFailedSubmissions() {
     std::vector<std::shared_ptr<TVKSubmission>> sent;
     for (const std::shared_ptr<TVKSubmission>& submission : retrySubmissions()) {
         if (isReadyToRetry(*submission)) {
-            logToConsoleIfDebug("Retrying submission: " + submission->uuid());
-            submission->sendSubmission();
+            // One that is still queued or being sent from an earlier pass is left to that send.
+            if (submission->sendSubmission()) {
+                logToConsoleIfDebug("Retrying submission: " + submission->uuid());
+            }
             sent.push_back(submission);
         }
     }

@@ -17,7 +17,8 @@ class TVKSubmission;
 
 // Sends queued submissions again. Once a minute it rebuilds its list from the Queued folders
 // and sends every submission whose "retryDate.txt" has passed; a submission without one is
-// given a retry time instead, so one that is being sent right now is not sent twice at once.
+// given a retry time instead. One whose earlier send is still queued or running is not queued
+// again (the operation queue knows it by its identifier), however long that send hangs.
 // A failed answer sets the retry time 180 s ahead. Only the retry date is kept on disk: every
 // pass starts each submission's counter afresh, so the delay is 180 s after every failure.
 class TVKRetryManager {

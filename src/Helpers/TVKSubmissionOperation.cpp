@@ -11,6 +11,9 @@
 #include "Platform/Runtime.h"
 #include "Public/DebugConsole.h"
 
+#include <set>
+#include <string>
+
 namespace tarvik {
 
 namespace {
@@ -30,19 +33,61 @@ std::optional<Array> digestListAt(const Value& ignored, const std::string& key) 
 
 }  // namespace
 
+class TVKSubmissionOperation::SubmissionsInQueue {
+  public:
+    bool enter(const std::string& uuid) {
+        std::lock_guard lock(mutex_);
+        return uuids_.insert(uuid).second;
+    }
+    void leave(const std::string& uuid) {
+        std::lock_guard lock(mutex_);
+        uuids_.erase(uuid);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::set<std::string> uuids_;
+};
+
 TVKSubmissionOperation::TVKSubmissionOperation(std::shared_ptr<TVKSubmission> submission)
     : submission_(std::move(submission)) {
     submission_->setSubmissionStatus(TVKSubmissionStatusQueued);
     requestBuilder_ = std::make_unique<TVKSubmissionRequestBuilder>(submission_);
 }
 
-TVKSubmissionOperation::~TVKSubmissionOperation() = default;
+TVKSubmissionOperation::~TVKSubmissionOperation() {
+    // Dropped from the queue without running (the process is ending).
+    leaveQueue();
+}
 
-void TVKSubmissionOperation::enqueue(std::shared_ptr<TVKSubmissionOperation> operation) {
-    Runtime::current().operationQueue().addOperation(
+bool TVKSubmissionOperation::enqueue(std::shared_ptr<TVKSubmissionOperation> operation) {
+    // The retry pass reloads every queued submission each minute; a send that hangs must not
+    // have them queued again behind it, pass after pass.
+    Runtime& runtime = Runtime::current();
+    auto inQueue = runtime.sharedInstance<SubmissionsInQueue>();
+    if (!inQueue->enter(operation->submission_->uuid())) {
+        return false;
+    }
+    {
+        std::lock_guard lock(operation->finishMutex_);
+        operation->inQueue_ = std::move(inQueue);
+    }
+    runtime.operationQueue().addOperation(
         [operation = std::move(operation)](OperationQueue::Finish finish) {
             operation->start(std::move(finish));
         });
+    return true;
+}
+
+void TVKSubmissionOperation::leaveQueue() {
+    std::shared_ptr<SubmissionsInQueue> inQueue;
+    {
+        std::lock_guard lock(finishMutex_);
+        inQueue.swap(inQueue_);
+    }
+    if (inQueue) {
+        inQueue->leave(submission_->uuid());
+    }
 }
 
 void TVKSubmissionOperation::start(OperationQueue::Finish finish) {
@@ -62,6 +107,8 @@ void TVKSubmissionOperation::start(OperationQueue::Finish finish) {
 void TVKSubmissionOperation::finishMainNSOperationMethod() {
     running_.store(false);
     completed_.store(true);
+    // Its fate is settled (a failure has set its retry date): a later pass may queue it again.
+    leaveQueue();
     OperationQueue::Finish finish;
     {
         std::lock_guard lock(finishMutex_);

@@ -32,8 +32,10 @@ class TVKSubmissionOperation : public std::enable_shared_from_this<TVKSubmission
     explicit TVKSubmissionOperation(std::shared_ptr<TVKSubmission> submission);
     ~TVKSubmissionOperation();
 
-    // Hands the operation to the runtime's operation queue.
-    static void enqueue(std::shared_ptr<TVKSubmissionOperation> operation);
+    // Hands the operation to the runtime's operation queue, unless an operation for the same
+    // submission (by identifier) is queued or running: false then, and the operation is
+    // dropped. Once an operation has finished, its submission may be queued again.
+    static bool enqueue(std::shared_ptr<TVKSubmissionOperation> operation);
 
     // Called by the operation queue; `finish` tells it that the operation is over.
     void start(OperationQueue::Finish finish);
@@ -59,7 +61,12 @@ class TVKSubmissionOperation : public std::enable_shared_from_this<TVKSubmission
     static void applyEventSettings(const Value& event);
 
   private:
+    // The identifiers of the submissions whose operations are queued or running, one set per
+    // runtime.
+    class SubmissionsInQueue;
+
     bool isMutedEvent() const;
+    void leaveQueue();
 
     std::atomic<bool> running_{false};
     std::atomic<bool> completed_{false};
@@ -68,6 +75,8 @@ class TVKSubmissionOperation : public std::enable_shared_from_this<TVKSubmission
     std::shared_ptr<TVKSubmission> submission_;
     std::mutex finishMutex_;
     OperationQueue::Finish finish_;
+    // Set while the operation holds its submission's place in the queue.
+    std::shared_ptr<SubmissionsInQueue> inQueue_;
 };
 
 }  // namespace tarvik

@@ -48,9 +48,7 @@ std::optional<std::string> stringFor(const Dictionary& dictionary, const std::st
 }  // namespace
 
 TVKSubmissionRequestBuilder::TVKSubmissionRequestBuilder(std::shared_ptr<TVKSubmission> submission)
-    : submission_(std::move(submission)),
-      httpDataAppender_(
-          ::open(submission_->httpBodyFilePath().c_str(), O_RDWR | O_APPEND | O_CLOEXEC)) {
+    : submission_(std::move(submission)) {
     Runtime::current().platform().device().setBatteryMonitoringEnabled(true);
 }
 
@@ -132,9 +130,19 @@ bool TVKSubmissionRequestBuilder::hasCompleteBody() const {
 }
 
 void TVKSubmissionRequestBuilder::addDataToHttpBody() {
+    // Opened only while writing: operations wait in the queue with their builders, and a
+    // descriptor each would pile up behind a send that hangs.
+    httpDataAppender_ =
+        ::open(submission_->httpBodyFilePath().c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
     if (httpDataAppender_ < 0) {
         return;
     }
+    writeBodyUnlessWhole();
+    ::close(httpDataAppender_);
+    httpDataAppender_ = -1;
+}
+
+void TVKSubmissionRequestBuilder::writeBodyUnlessWhole() {
     // A body written once is sent unchanged by every later attempt. One that does not end with
     // the closing boundary was cut short (the app was killed while writing it): it is written
     // again rather than sent torn, which the service would refuse for good.

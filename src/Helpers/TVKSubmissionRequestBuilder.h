@@ -46,6 +46,7 @@ class TVKSubmissionRequestBuilder {
 
   private:
     void addDataToHttpBody();
+    void writeBodyUnlessWhole();
     // Whether the spool ends with the closing boundary.
     bool hasCompleteBody() const;
     void addSubmissionDetailsWith(const Dictionary& properties);
@@ -62,7 +63,7 @@ class TVKSubmissionRequestBuilder {
     std::int64_t statusBarOrientationFromMainQueue() const;
 
     std::shared_ptr<TVKSubmission> submission_;
-    int httpDataAppender_;  // descriptor on "httpBody.txt" (appending); -1 when it cannot be opened
+    int httpDataAppender_ = -1;  // descriptor on "httpBody.txt" (appending) while writing it
     std::string attachedFileHeaderLine_;
     std::string currentAttachingFileName_;
 };

@@ -467,8 +467,9 @@ void TVKSubmission::setSubmissionStatus(TVKSubmissionStatus status) {
     submissionStatus_ = status;
 }
 
-void TVKSubmission::sendSubmission() {
-    TVKSubmissionOperation::enqueue(std::make_shared<TVKSubmissionOperation>(shared_from_this()));
+bool TVKSubmission::sendSubmission() {
+    return TVKSubmissionOperation::enqueue(
+        std::make_shared<TVKSubmissionOperation>(shared_from_this()));
 }
 
 void TVKSubmission::removeFromPending() {

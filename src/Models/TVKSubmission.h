@@ -103,8 +103,8 @@ class TVKSubmission : public std::enable_shared_from_this<TVKSubmission> {
     void copyFileToTarvikAttachmentsFolder(const std::string& sourcePath);
 
     // Queues the submission for sending on the runtime's operation queue (which moves it to
-    // Queued at once).
-    void sendSubmission();
+    // Queued at once). False when it is already queued or being sent: it is not queued twice.
+    bool sendSubmission();
     // Moves the folder: Processing to Queued always, Queued to Sent only in debug mode.
     void setSubmissionStatus(TVKSubmissionStatus status);
     // The service has answered for good: delete the folder (in debug mode keep it in Sent).

@@ -6,8 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
+#include <map>
+#include <set>
 
 namespace tarvik {
 namespace {
@@ -75,6 +79,60 @@ TEST_F(RetryManager, ASubmissionRemovedMeanwhileGetsNoRetryDate) {
     ASSERT_FALSE(fs::exists(queuedFolderOf(*event)));
     TVKRetryManager::sharedInstance()->updateRetryDate(*event);
     EXPECT_FALSE(fs::exists(queuedFolderOf(*event)));
+}
+
+// How many descriptors the process has open.
+std::size_t openDescriptors() {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
+}
+
+// While one send hangs, the passes go on: a submission that is queued or being sent is not
+// queued again, and an operation waiting its turn holds no open body.
+TEST_F(RetryManager, PassesDuringAHangingSendQueueEachSubmissionOnce) {
+    std::promise<void> sending;
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    std::atomic<bool> first{true};
+    setSubmissionAnswer([&] {
+        if (first.exchange(false)) {
+            sending.set_value();
+            released.wait();
+        }
+        return HttpResult::answer(500);
+    });
+    std::set<std::string> uuids;
+    for (int i = 0; i < 5; ++i) {
+        auto event = makeEvent();
+        event->setSubmissionStatus(TVKSubmissionStatusQueued);
+        writeFile(event->retryDateFilePath(), retryDateIn(-1));
+        uuids.insert(event->uuid());
+    }
+    auto manager = TVKRetryManager::sharedInstance();
+    manager->retryFailedSubmissions();
+    bool hanging =
+        sending.get_future().wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+    std::size_t descriptors = openDescriptors();
+    for (int pass = 0; pass < 30; ++pass) {
+        manager->retryFailedSubmissions();
+    }
+    EXPECT_LE(test.runtime().operationQueue().operationCount(), 5u);
+    EXPECT_LE(openDescriptors(), descriptors);
+    release.set_value();
+    ASSERT_TRUE(hanging);
+    test.drain();
+
+    // Each was sent once, and once answered it can be queued again: the next due pass sends
+    // every one of them a second time.
+    std::map<std::string, int> posts, once;
+    for (const std::string& uuid : uuids) {
+        once[uuid] = 1;
+        for (const auto& exchange : submissionsSent()) {
+            posts[uuid] += exchange.body.find(uuid) != std::string::npos;
+        }
+    }
+    EXPECT_EQ(posts, once);
+    test.advance(240);
+    EXPECT_EQ(submissionsSent().size(), 10u);
 }
 
 TEST(RetryDateText, UsesTheDevicesTimeZone) {
