@@ -1,6 +1,7 @@
 #include "Platform/PropertyList.h"
 
 #include "Platform/AtomicWrite.h"
+#include "Platform/PropertyListNesting.h"
 
 #include <plist/plist.h>
 
@@ -73,41 +74,12 @@ Node toNode(const Value& value) {
     return nullptr;
 }
 
-// Converting a list nests one call per level; a list nested deeper than any the SDK or a host
-// writes could exhaust a thread's stack, so such lists are refused.
+// Converting a list nests one call per level, as do the library's reader and writer; a list
+// nested deeper than any the SDK or a host writes could exhaust a thread's stack, so such lists
+// are refused before the library reads them, as are lists whose shared objects expand to more
+// values than any such list holds.
 constexpr int kMaxNesting = 256;
-
-bool nestedDeeperThan(plist_t node, int levels) {
-    if (levels < 0) {
-        return true;
-    }
-    switch (plist_get_node_type(node)) {
-        case PLIST_ARRAY: {
-            std::uint32_t count = plist_array_get_size(node);
-            for (std::uint32_t i = 0; i < count; ++i) {
-                if (nestedDeeperThan(plist_array_get_item(node, i), levels - 1)) {
-                    return true;
-                }
-            }
-            return false;
-        }
-        case PLIST_DICT: {
-            bool deeper = false;
-            plist_dict_iter it = nullptr;
-            plist_dict_new_iter(node, &it);
-            plist_t item = nullptr;
-            plist_dict_next_item(node, it, nullptr, &item);
-            while (item && !deeper) {
-                deeper = nestedDeeperThan(item, levels - 1);
-                plist_dict_next_item(node, it, nullptr, &item);
-            }
-            std::free(it);
-            return deeper;
-        }
-        default:
-            return false;
-    }
-}
+constexpr std::size_t kMaxExpandedValues = std::size_t{1} << 20;
 
 // Keyed archives refer to their objects by UID. Plain readers take a UID as its number; a
 // keyed-archive reader needs to tell references apart, so it gets them in the form an XML
@@ -200,15 +172,15 @@ std::optional<Value> parseWithUidForm(std::string_view bytes, UidForm uidForm) {
     if (bytes.empty() || bytes.size() > std::numeric_limits<std::uint32_t>::max()) {
         return std::nullopt;
     }
+    if (!withinNesting(bytes, kMaxNesting, kMaxExpandedValues)) {
+        return std::nullopt;
+    }
     plist_t root = nullptr;
     plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
     if (!root) {
         return std::nullopt;
     }
     Node owner(root);
-    if (nestedDeeperThan(root, kMaxNesting)) {
-        return std::nullopt;
-    }
     return fromNode(root, uidForm);
 }
 

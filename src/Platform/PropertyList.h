@@ -8,8 +8,9 @@
 
 namespace tarvik::plist {
 
-// Reads an XML or binary property list; none when the bytes are not one or nest more than 256
-// arrays and dictionaries deep.
+// Reads an XML or binary property list; none when the bytes are not one, nest more than 256
+// arrays and dictionaries deep, hold a container inside itself, or share objects that expand to
+// more than about a million values.
 std::optional<Value> parse(std::string_view bytes);
 std::optional<Value> readFile(const std::string& path);
 // Like parse, but each UID (the object references of a keyed archive) becomes a dictionary

@@ -96,5 +96,78 @@ TEST(Json, CompactTextKeepsBooleansApartFromIntegers) {
     EXPECT_FALSE(json::compactText(Array{std::numeric_limits<double>::infinity()}));
 }
 
+std::string_view bytesOf(const Data& data) {
+    return std::string_view(reinterpret_cast<const char*>(data.data()), data.size());
+}
+
+std::string nestedXmlList(int levels) {
+    std::string text = R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0">)";
+    for (int i = 0; i < levels; ++i) {
+        text += i % 2 ? "<dict><key>k</key>" : "<array>";
+    }
+    for (int i = levels - 1; i >= 0; --i) {
+        text += i % 2 ? "</dict>" : "</array>";
+    }
+    return text + "</plist>";
+}
+
+// A binary list of `levels` arrays, each holding the next `width` times (the same object, as a
+// shared reference), the last one empty; `cycle` makes the last hold the first instead.
+Data nestedBinaryList(std::uint32_t levels, std::uint32_t width = 1, bool cycle = false) {
+    Data bytes{'b', 'p', 'l', 'i', 's', 't', '0', '0'};
+    auto put = [&bytes](std::uint64_t number, int size) {
+        for (int shift = (size - 1) * 8; shift >= 0; shift -= 8) {
+            bytes.push_back(static_cast<std::uint8_t>(number >> shift));
+        }
+    };
+    std::vector<std::uint64_t> offsets;
+    for (std::uint32_t i = 0; i < levels; ++i) {
+        offsets.push_back(bytes.size());
+        bool last = i + 1 == levels;
+        if (last && !cycle) {
+            bytes.push_back(0xA0);
+            continue;
+        }
+        bytes.push_back(static_cast<std::uint8_t>(0xA0 | width));
+        for (std::uint32_t k = 0; k < width; ++k) {
+            put(last ? 0 : i + 1, 4);
+        }
+    }
+    std::uint64_t tableOffset = bytes.size();
+    for (std::uint64_t offset : offsets) {
+        put(offset, 4);
+    }
+    bytes.insert(bytes.end(), {0, 0, 0, 0, 0, 0, 4, 4});
+    put(levels, 8);
+    put(0, 8);
+    put(tableOffset, 8);
+    return bytes;
+}
+
+// Outside input (an answer from the service, the host's defaults) nested deeper than any
+// document the SDK reads is refused before it is followed, so no reader recurses without bound.
+TEST(NestingLimits, ListsAndDocumentsNestedTooDeepAreRefusedWithoutExhaustingTheStack) {
+    auto nestedJson = [](int levels) {
+        return std::string(levels, '[') + std::string(levels, ']');
+    };
+    EXPECT_TRUE(json::parse(nestedJson(256)));
+    EXPECT_FALSE(json::parse(nestedJson(257)));
+    std::string deepJson = nestedJson(1000000);
+    EXPECT_FALSE(json::parseDocument(Data(deepJson.begin(), deepJson.end())));
+
+    EXPECT_TRUE(plist::parse(nestedXmlList(256)));
+    EXPECT_FALSE(plist::parse(nestedXmlList(257)));
+    EXPECT_FALSE(plist::parse(nestedXmlList(1000000)));
+    EXPECT_TRUE(plist::parse(bytesOf(nestedBinaryList(256))));
+    EXPECT_FALSE(plist::parse(bytesOf(nestedBinaryList(257))));
+    EXPECT_FALSE(plist::parse(bytesOf(nestedBinaryList(1000000))));
+    EXPECT_FALSE(plist::parse(bytesOf(nestedBinaryList(3, 1, true))));
+    // Shared objects are expanded by the reader: 2^40 values are refused, not built.
+    EXPECT_FALSE(plist::parse(bytesOf(nestedBinaryList(40, 2))));
+    std::optional<Value> shared = plist::parse(bytesOf(nestedBinaryList(3, 2)));
+    ASSERT_TRUE(shared);
+    EXPECT_EQ(*shared, Value(Array{Array{Array{}, Array{}}, Array{Array{}, Array{}}}));
+}
+
 }  // namespace
 }  // namespace tarvik
