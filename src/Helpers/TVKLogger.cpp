@@ -33,18 +33,21 @@ std::string now() {
     return timestamp(Runtime::current().clock().now());
 }
 
-// How much of `text` the next piece of at most `maximum` bytes takes: it ends between two UTF-8
-// characters, so that a line feed put after it splits none (bytes that are not UTF-8 at all are
-// cut anywhere).
+// How much of `text` the next piece of at most `maximum` bytes takes. A line feed is put after
+// each piece, so it ends after a whole line when it can, otherwise between two UTF-8 characters
+// (bytes that are not UTF-8 at all are cut anywhere).
 std::size_t lengthOfNextPiece(std::string_view text, std::size_t maximum) {
-    auto continues = [&](std::size_t at) {
-        return (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80;
-    };
-    std::size_t length = std::min(text.size(), maximum);
-    while (length < text.size() && length > 0 && continues(length)) {
+    if (text.size() <= maximum) {
+        return text.size();
+    }
+    if (std::size_t lineEnd = text.rfind('\n', maximum - 1); lineEnd != std::string_view::npos) {
+        return lineEnd + 1;
+    }
+    std::size_t length = maximum;
+    while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80) {
         --length;
     }
-    return length > 0 ? length : std::min(text.size(), maximum);
+    return length > 0 ? length : maximum;
 }
 
 }  // namespace

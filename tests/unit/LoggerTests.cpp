@@ -125,14 +125,14 @@ TEST_F(LoggerConsole, StartEmptiesTheLogsThenEveryChunkIsOneRecordWithWholeUtf8)
 TEST_F(LoggerConsole, BigChunksBecomeRecordsSmallEnoughToKeepTheLogNearItsLimit) {
     Tarvik::startWithAPIKey("key", TarvikProcessTypeManual, false);
     auto& capture = test.platform().scriptedConsoleCapture();
-    std::string e = "\xC3\xA9";  // two bytes: cuts fall between characters
-    std::string text;
+    // A record ends after a whole line when it can, otherwise between two characters.
+    std::string text = "a line\n";
     for (int i = 0; i < 150; ++i) {
-        text += e;
+        text += "\xC3\xA9";  // é, two bytes
     }
     capture.emit(Stream::StandardOutput, text);
     EXPECT_EQ(readFile(logger->systemLogFilePath()),
-              text.substr(0, 200) + "\n" + text.substr(200) + "\n");
+              "a line\n\n" + text.substr(7, 200) + "\n" + text.substr(207) + "\n");
 
     // Chunks as big as the capture reads: between two size checks, 500 records, the log grows
     // by at most its limit.
