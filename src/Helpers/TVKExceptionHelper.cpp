@@ -84,7 +84,9 @@ void TVKExceptionHelper::crashHandler(const std::string& reason,
     }
 
     ConsoleCapture& capture = runtime.platform().consoleCapture();
-    capture.flush();  // what was captured is in the system log before the process ends
+    // What was captured is in the system log before the process ends, but neither a console
+    // that reads slowly or not at all nor a host thread that keeps writing holds the end back.
+    capture.flushBeforeExit(kConsoleGrace, kFlushLimit);
     Array frames(callStackSymbols.begin(), callStackSymbols.end());
     capture.writeToOriginal(ConsoleCapture::Stream::StandardError,
                             fmt::format("\nCAUGHT EXCEPTION: {} \n\nStack Trace: {}", reason,

@@ -15,6 +15,10 @@ class TVKExceptionHelper {
   public:
     static constexpr double kQuietPeriod = 1.0;  // seconds without standard-error output
     static constexpr double kPollStep = 0.5;
+    // After the quiet period, how much longer the real console may take to accept the echo of
+    // what was captured, and how long the captured output may take to reach the system log.
+    static constexpr double kConsoleGrace = 0.5;
+    static constexpr double kFlushLimit = 2.0;
 
     static std::shared_ptr<TVKExceptionHelper> sharedInstance();
 
@@ -22,8 +26,10 @@ class TVKExceptionHelper {
     // every thread, replacing any the host had set.
     static void configureCrashHandler();
 
-    // Waits until standard error has been quiet for a second (checking twice a second), then
-    // prints "\nCAUGHT EXCEPTION: <reason> \n\nStack Trace: (...)" to the real standard error.
+    // Waits until standard error has been quiet for a second (checking twice a second), lets
+    // what was captured reach the system log (a console that does not keep up gets no more of
+    // it after kConsoleGrace, and the log no more after kFlushLimit), then prints
+    // "\nCAUGHT EXCEPTION: <reason> \n\nStack Trace: (...)" to the real standard error.
     static void crashHandler(const std::string& reason,
                              const std::vector<std::string>& callStackSymbols);
 

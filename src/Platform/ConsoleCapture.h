@@ -21,6 +21,11 @@ class ConsoleCapture {
     virtual void writeToOriginal(Stream stream, std::string_view bytes) = 0;
     // Blocks until every chunk written before this call has reached its handler.
     virtual void flush() = 0;
+    // The flush of a process about to end, which a console that reads slowly or not at all
+    // must not keep alive: writes to the real console wait at most `consoleGrace` more seconds
+    // for it, then a stream it does not take at once is echoed no further (its chunks still
+    // reach their handlers); and the wait for the handlers ends after `limit` seconds.
+    virtual void flushBeforeExit(double consoleGrace, double limit) = 0;
 };
 
 }  // namespace tarvik

@@ -17,11 +17,13 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -56,6 +58,30 @@ void burst(int lines) {
     std::fprintf(stderr, "STDIO ERROR TEXT");
 }
 
+// Lines "000000000\n", "000000001\n", ... from `first` on: the reader can tell whether each byte
+// arrived, once and in order.
+std::string numberedLines(long first, long count) {
+    std::string text;
+    for (long i = first; i < first + count; ++i) {
+        char line[16];
+        std::snprintf(line, sizeof line, "%09ld\n", i);
+        text += line;
+    }
+    return text;
+}
+
+// `count` numbered lines to standard output, a MiB at a time, calling `afterEachWrite` after
+// each.
+void writeNumberedLines(long count, void (*afterEachWrite)() = nullptr) {
+    constexpr long kLinesPerWrite = 104857;
+    for (long first = 0; first < count; first += kLinesPerWrite) {
+        writeAll(STDOUT_FILENO, numberedLines(first, std::min(kLinesPerWrite, count - first)));
+        if (afterEachWrite) {
+            afterEachWrite();
+        }
+    }
+}
+
 // fetch URL CA_BUNDLE TIMEOUT: one GET through the platform's HTTPS transport and the SDK's
 // trust manager, trusting the CAs in CA_BUNDLE and giving up after TIMEOUT seconds without
 // progress. Prints the status, or "no response: " and the reason.
@@ -78,8 +104,9 @@ int fetch(const std::vector<std::string>& arguments) {
     return 0;
 }
 
-// The standard output the host was started with: the SDK captures file descriptor 1, and a
-// captured line may not reach the console before the process ends or is killed.
+// Where the moments go: the standard output the host was started with (the SDK captures file
+// descriptor 1, and a captured line may not reach the console before the process ends or is
+// killed), or the file named by TARVIK_TEST_HOST_MOMENTS when that console is not read.
 int realStdout = -1;
 
 void announce(const char* what) {
@@ -109,7 +136,9 @@ int main(int argc, char** argv) {
         // Before the SDK starts, so that no request of its own runs beside this one.
         return fetch(arguments);
     }
-    realStdout = ::dup(STDOUT_FILENO);
+    const char* momentsFile = std::getenv("TARVIK_TEST_HOST_MOMENTS");
+    realStdout = momentsFile ? ::open(momentsFile, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644)
+                             : ::dup(STDOUT_FILENO);
     if (scenario == "record-events") {
         // This configures the service and starts the SDK itself.
         return runDeliveryScenario(
@@ -143,6 +172,37 @@ int main(int argc, char** argv) {
         talker.detach();
         announce("THROWING");
         throwingFunction("boom while talking");
+    }
+    if (scenario == "crash-after-output") {
+        // LINES numbered lines on standard output, all of them still in the SDK's hands when
+        // the exception comes if the console does not keep up.
+        writeNumberedLines(std::atol(argv[2]));
+        announce("THROWING");
+        throwingFunction("boom after the output");
+    }
+    if (scenario == "crash-while-writing") {
+        // Standard output never stops; standard error stays quiet.
+        std::thread([] {
+            std::string lines = numberedLines(0, 104857);
+            for (;;) {
+                writeAll(STDOUT_FILENO, lines);
+            }
+        }).detach();
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        announce("THROWING");
+        throwingFunction("boom while writing");
+    }
+    if (scenario == "flood") {
+        // LINES numbered lines on standard output, after the peak memory used so far. Each
+        // MiB written is announced: a host whose writes wait stops announcing.
+        std::ifstream status("/proc/self/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("VmHWM:", 0) == 0) {
+                writeAll(realStdout, "BASELINE " + line + "\n");
+            }
+        }
+        writeNumberedLines(std::atol(argv[2]), [] { announce("WROTE"); });
+        return 0;
     }
     if (scenario == "crash-on-thread") {
         std::thread([] {

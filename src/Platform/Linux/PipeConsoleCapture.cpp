@@ -1,5 +1,6 @@
 #include "Platform/Linux/PipeConsoleCapture.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -7,6 +8,7 @@
 #include <cstdlib>
 
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
@@ -29,22 +31,14 @@ void flushAtExit() {
 }
 constexpr size_t kReadSize = 64 * 1024;
 
-void writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t n = ::write(fd, bytes.data(), bytes.size());
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return;
-        }
-        bytes.remove_prefix(static_cast<size_t>(n));
-    }
-}
+constexpr auto kNoDeadline = std::chrono::steady_clock::time_point::max().time_since_epoch();
 
 }  // namespace
 
-PipeConsoleCapture::PipeConsoleCapture() : stopFd_(::eventfd(0, EFD_CLOEXEC)) {}
+PipeConsoleCapture::PipeConsoleCapture()
+    : stopFd_(::eventfd(0, EFD_CLOEXEC)),
+      consoleDeadline_(kNoDeadline.count()),
+      consoleDeadlineFd_(::eventfd(0, EFD_CLOEXEC)) {}
 
 PipeConsoleCapture::~PipeConsoleCapture() {
     stop();
@@ -57,6 +51,7 @@ PipeConsoleCapture::~PipeConsoleCapture() {
         }
     }
     ::close(stopFd_);
+    ::close(consoleDeadlineFd_);
 }
 
 void PipeConsoleCapture::stop() {
@@ -127,18 +122,59 @@ void PipeConsoleCapture::capture(Stream stream, ChunkHandler handler) {
 }
 
 void PipeConsoleCapture::writeToOriginal(Stream stream, std::string_view bytes) {
-    int fd;
-    {
-        std::lock_guard lock(mutex_);
-        int original = redirections_[indexOf(stream)].originalFd;
-        fd = original >= 0 ? original : descriptorOf(stream);
+    Redirection& redirection = redirections_[indexOf(stream)];
+    if (redirection.echoGivenUp) {
+        return;  // what follows a gap would mislead more than it tells
     }
-    writeAll(fd, bytes);
+    int original = redirection.originalFd;
+    if (!writeToConsole(original >= 0 ? original : descriptorOf(stream), bytes)) {
+        redirection.echoGivenUp = true;
+    }
+}
+
+bool PipeConsoleCapture::writeToConsole(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        SteadyTime deadline{SteadyTime::duration(consoleDeadline_.load())};
+        bool waitingForDeadline = deadline.time_since_epoch() == kNoDeadline;
+        int timeout = -1;
+        if (!waitingForDeadline) {
+            auto left = std::chrono::ceil<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            timeout = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
+        }
+        pollfd watched[2] = {{fd, POLLOUT, 0}, {consoleDeadlineFd_, POLLIN, 0}};
+        int ready = ::poll(watched, waitingForDeadline ? 2 : 1, timeout);
+        if (ready < 0 && errno != EINTR) {
+            return false;
+        }
+        if (ready <= 0 || watched[0].revents == 0) {
+            if (!waitingForDeadline && ready == 0) {
+                return false;  // the console's time is up
+            }
+            continue;  // interrupted, or a deadline was just set
+        }
+        // A pipe that polls writable takes PIPE_BUF bytes without blocking.
+        ssize_t n = ::write(fd, bytes.data(), std::min<size_t>(bytes.size(), PIPE_BUF));
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) {
+            continue;
+        }
+        if (n <= 0) {
+            return false;
+        }
+        bytes.remove_prefix(static_cast<size_t>(n));
+    }
+    return true;
 }
 
 void PipeConsoleCapture::readLoop(Stream stream, int readFd) {
+    Redirection& redirection = redirections_[indexOf(stream)];
     std::string buffer(kReadSize, '\0');
     for (;;) {
+        {
+            // Past the bound the pipe fills, and the host's next write waits for the SDK.
+            std::unique_lock lock(mutex_);
+            spaceFreed_.wait(lock, [this] { return bytesInMemory_ < kMaxBytesInMemory; });
+        }
         pollfd watched[2] = {{readFd, POLLIN, 0}, {stopFd_, POLLIN, 0}};
         if (::poll(watched, 2, -1) < 0) {
             if (errno == EINTR) {
@@ -148,12 +184,19 @@ void PipeConsoleCapture::readLoop(Stream stream, int readFd) {
         }
         bool stopping = watched[1].revents != 0;
         if (watched[0].revents & (POLLIN | POLLHUP)) {
-            ssize_t n = ::read(readFd, buffer.data(), buffer.size());
+            ssize_t n;
+            {
+                std::lock_guard counting(redirection.readMutex);
+                n = ::read(readFd, buffer.data(), buffer.size());
+                if (n > 0) {
+                    redirection.bytesRead += static_cast<std::uint64_t>(n);
+                }
+            }
             if (n > 0) {
                 {
                     std::lock_guard lock(mutex_);
                     chunks_.push_back({stream, buffer.substr(0, static_cast<size_t>(n))});
-                    ++received_;
+                    bytesInMemory_ += static_cast<size_t>(n);
                 }
                 changed_.notify_all();
                 continue;  // keep draining before looking at the stop signal again
@@ -182,33 +225,53 @@ void PipeConsoleCapture::deliverLoop() {
         if (handler) {
             handler(chunk.stream, chunk.bytes);
         }
+        redirections_[indexOf(chunk.stream)].bytesDelivered += chunk.bytes.size();
         lock.lock();
-        ++delivered_;
-        changed_.notify_all();
+        bytesInMemory_ -= chunk.bytes.size();
+        spaceFreed_.notify_all();
     }
-}
-
-bool PipeConsoleCapture::pipesAreEmpty() const {
-    for (const Redirection& redirection : redirections_) {
-        int pending = 0;
-        if (redirection.readFd >= 0 && ::ioctl(redirection.readFd, FIONREAD, &pending) == 0 &&
-            pending > 0) {
-            return false;
-        }
-    }
-    return true;
 }
 
 void PipeConsoleCapture::flush() {
+    waitForDelivery(std::nullopt);
+}
+
+void PipeConsoleCapture::flushBeforeExit(double consoleGrace, double limit) {
+    SteadyTime now = std::chrono::steady_clock::now();
+    auto after = [&](double seconds) {
+        return now + std::chrono::duration_cast<SteadyTime::duration>(
+                         std::chrono::duration<double>(seconds));
+    };
+    consoleDeadline_ = after(consoleGrace).time_since_epoch().count();
+    std::uint64_t one = 1;
+    [[maybe_unused]] ssize_t ignored = ::write(consoleDeadlineFd_, &one, sizeof one);
+    waitForDelivery(after(limit));
+}
+
+void PipeConsoleCapture::waitForDelivery(std::optional<SteadyTime> deadline) {
     if (deliverer_.get_id() == std::this_thread::get_id()) {
         return;  // a handler waiting for itself would never return
     }
-    // Bytes may still sit in a pipe; wait (briefly, in steps) for the readers to take them.
-    for (int step = 0; step < 2000 && !pipesAreEmpty(); ++step) {
+    // What was read so far and what still sits in the pipe: every byte written before now.
+    std::array<std::uint64_t, 2> written{};
+    for (size_t i = 0; i < redirections_.size(); ++i) {
+        Redirection& redirection = redirections_[i];
+        std::lock_guard counting(redirection.readMutex);
+        int pending = 0;
+        if (redirection.readFd >= 0) {
+            ::ioctl(redirection.readFd, FIONREAD, &pending);
+        }
+        written[i] = redirection.bytesRead + static_cast<std::uint64_t>(pending);
+    }
+    // Polled, not waited for under the queue's mutex: a process on its way out of a crash may
+    // have died holding it.
+    auto delivered = [&] {
+        return redirections_[0].bytesDelivered >= written[0] &&
+               redirections_[1].bytesDelivered >= written[1];
+    };
+    while (!delivered() && (!deadline || std::chrono::steady_clock::now() < *deadline)) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return delivered_ == received_; });
 }
 
 }  // namespace tarvik

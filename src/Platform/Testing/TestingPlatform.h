@@ -73,6 +73,7 @@ class ScriptedConsoleCapture : public ConsoleCapture {
     void capture(Stream stream, ChunkHandler handler) override;
     void writeToOriginal(Stream stream, std::string_view bytes) override;
     void flush() override {}
+    void flushBeforeExit(double, double) override {}
 
     bool isCapturing(Stream stream) const;
     // Delivers a chunk as if the host had written it to the captured stream.
