@@ -121,6 +121,12 @@ std::string Utf8ChunkDecoder::decode(std::string_view chunk) {
     return text;
 }
 
+std::string withInvalidUtf8Replaced(std::string_view text) {
+    Utf8ChunkDecoder decoder;
+    std::string valid = decoder.decode(text);
+    return valid + decoder.finish();
+}
+
 std::string Utf8ChunkDecoder::finish() {
     std::string text;
     for (size_t i = 0; i < pending_.size(); ++i) {

@@ -7,6 +7,9 @@ namespace tarvik {
 
 bool isValidUtf8(std::string_view text);
 
+// The text with each byte that cannot be part of a valid UTF-8 sequence replaced by U+FFFD.
+std::string withInvalidUtf8Replaced(std::string_view text);
+
 // The text in Unicode canonical decomposed form (NFD). Text that is not valid UTF-8 is
 // returned unchanged.
 std::string decomposedUtf8(std::string_view text);

@@ -170,8 +170,10 @@ void Tarvik::recordEvent(const std::string& message, const char* file, const cha
 
 void Tarvik::logMessage(const std::string& message, std::int64_t level, const char* file,
                         const char* function, std::int32_t line) {
-    TVKLogger::logDebugMessage(message, level, lastPathComponent(file ? file : ""), line,
-                               function ? function : "");
+    // The debug log is text: bytes that are not UTF-8 are written as U+FFFD.
+    TVKLogger::logDebugMessage(withInvalidUtf8Replaced(message), level,
+                               lastPathComponent(withInvalidUtf8Replaced(file ? file : "")), line,
+                               withInvalidUtf8Replaced(function ? function : ""));
 }
 
 void Tarvik::didCallToCopyAllFiles(const std::shared_ptr<TVKSubmission>& submission) {

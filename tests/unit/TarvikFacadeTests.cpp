@@ -1,6 +1,7 @@
 #include <tarvik/Tarvik.h>
 
 #include "Helpers/TVKDirectoryLayout.h"
+#include "Helpers/TVKLogger.h"
 #include "Helpers/TVKSettingsManager.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "support/DeliveryFixture.h"
@@ -311,6 +312,14 @@ TEST_F(EventRecording, ADroppedEventRestartsPollingThatIsNotRunning) {
     Tarvik::sharedInstance().recordEvent("sent", "a.cpp", "f", 1, false);
     test.drain();
     EXPECT_EQ(submissionsSent().size(), 2u);
+}
+
+// The debug log is text: each byte of a name that is not UTF-8 becomes U+FFFD there.
+TEST_F(EventRecording, LoggedNamesThatAreNotUtf8HaveTheirBadBytesReplaced) {
+    fs::create_directories(TVKLogger::tempLogsDirectory());
+    Tarvik::sharedInstance().logMessage("m\xFF", 1, "dir\xFE/bad\xFF.cpp", "f\xC3", 3);
+    EXPECT_THAT(testsupport::readFile(TVKLogger::tempLogsDirectory() + "/debug_logs.txt"),
+                HasSubstr(" 1 bad\uFFFD.cpp f\uFFFD 3 m\uFFFD\n"));
 }
 
 TEST_F(EventRecording, EventsRecordedWhileDisabledAreNeitherKeptNorSent) {
