@@ -366,6 +366,16 @@ bool TVKFileHelper::zipFileAtPath(const std::string& sourcePath, const std::stri
             fmt::format("Tarvik Error -- Nil fileReader, FAILED to zip file: {}", sourcePath));
         return false;
     }
+    // Creating the archive empties the file at its path first: when that is the source itself
+    // (under any name for it), the source would be lost.
+    struct stat sourceStatus {};
+    struct stat archiveStatus {};
+    if (::fstat(source.get(), &sourceStatus) == 0 &&
+        ::stat(archivePath.c_str(), &archiveStatus) == 0 &&
+        sourceStatus.st_dev == archiveStatus.st_dev &&
+        sourceStatus.st_ino == archiveStatus.st_ino) {
+        throw Tarvik_ZipException(fmt::format("Can't zip '{}' into itself", sourcePath));
+    }
     Tarvik_ZipFile archive(archivePath, Tarvik_ZipFileModeCreate);
     std::unique_ptr<Tarvik_ZipWriteStream> entry =
         archive.writeFileInZipWithName(lastPathComponent(sourcePath), 9);

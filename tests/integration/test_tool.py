@@ -138,3 +138,12 @@ def test_wrong_use_fails_and_says_why(run_tool, arguments, status, complaint):
     result = run_tool(*arguments, check=False)
     assert (result.returncode, result.stdout) == (status, "")
     assert complaint in result.stderr
+
+
+def test_zipping_a_file_into_itself_is_refused_and_leaves_it_whole(run_tool, tmp_path):
+    source = tmp_path / "same.txt"
+    source.write_text("keep me")
+    result = run_tool("zip", source, tmp_path / "." / "same.txt", check=False)
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == f"tarvik: Can't zip '{source}' into itself\n"
+    assert source.read_text() == "keep me"

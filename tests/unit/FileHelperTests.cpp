@@ -308,6 +308,22 @@ TEST_F(FileHelper, ZipFailsOnAMissingSourceAndThrowsOnAnArchiveItCannotCreate) {
     } catch (const Tarvik_ZipException& exception) {
         EXPECT_EQ(exception.reason(), "Can't open '" + archive + "'");
     }
+
+    // The archive would replace the file it is made from: refused, the file left whole, under
+    // another name for it (a symbolic link, a hard link, a path through "..") too.
+    fs::create_directory(at("sub"));
+    fs::create_symlink(at("log.txt"), at("symbolic.txt"));
+    fs::create_hard_link(at("log.txt"), at("hard.txt"));
+    for (const std::string& same :
+         {at("log.txt"), at("symbolic.txt"), at("hard.txt"), at("sub/../log.txt")}) {
+        try {
+            TVKFileHelper::zipFileAtPath(at("log.txt"), same);
+            ADD_FAILURE() << "no exception for " << same;
+        } catch (const Tarvik_ZipException& exception) {
+            EXPECT_EQ(exception.reason(), "Can't zip '" + at("log.txt") + "' into itself");
+        }
+        EXPECT_EQ(readFile(at("log.txt")), "log");
+    }
 }
 
 // ----------------------------------------------------------------------------------------------
