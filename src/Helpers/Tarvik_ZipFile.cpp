@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 
 namespace tarvik {
 
@@ -28,6 +30,32 @@ constexpr uLong kUtf8NameFlag = 1u << 11;
 // the attributes of Unix hosts as permissions, so the SDK's zero attributes would extract files
 // that nobody may read. It takes VFAT names as they are and VFAT attributes as MS-DOS ones.
 constexpr uLong kVersionMadeBy = (14 << 8) | 20;
+
+// An archive without entries is nothing but its end record (and the record's comment), at the
+// very start of the file. minizip takes an end record found at offset 0 for none found, so it
+// cannot open such an archive; this recognises one.
+bool isArchiveWithoutEntries(const std::string& path) {
+    constexpr std::size_t kEndRecordSize = 22;
+    unsigned char record[kEndRecordSize];
+    std::ifstream file(path, std::ios::binary);
+    if (!file.read(reinterpret_cast<char*>(record), kEndRecordSize)) {
+        return false;
+    }
+    auto field = [&](std::size_t offset, std::size_t size) {
+        std::uint32_t value = 0;
+        for (std::size_t i = size; i > 0; --i) {
+            value = (value << 8) | record[offset + i - 1];
+        }
+        return value;
+    };
+    std::error_code error;
+    std::uintmax_t fileSize = std::filesystem::file_size(path, error);
+    // Signature; this disk and the directory's disk; entries on this disk and in all;
+    // directory size and offset; then the comment, which must end the file.
+    return !error && field(0, 4) == 0x06054b50 && field(4, 2) == 0 && field(6, 2) == 0 &&
+           field(8, 2) == 0 && field(10, 2) == 0 && field(12, 4) == 0 && field(16, 4) == 0 &&
+           fileSize == kEndRecordSize + field(20, 2);
+}
 
 Tarvik_ZipException unknownMode(std::int32_t mode) {
     return Tarvik_ZipException(fmt::format("Unknown mode {}", mode));
@@ -117,6 +145,7 @@ Tarvik_ZipFile::Tarvik_ZipFile(std::string fileName, std::int32_t mode)
     switch (mode_) {
         case Tarvik_ZipFileModeUnzip:
             unzFile_ = unzOpen(fileName_.c_str());
+            withoutEntries_ = !unzFile_ && isArchiveWithoutEntries(fileName_);
             break;
         case Tarvik_ZipFileModeCreate:
             zipFile_ = zipOpen(fileName_.c_str(), APPEND_STATUS_CREATE);
@@ -127,7 +156,7 @@ Tarvik_ZipFile::Tarvik_ZipFile(std::string fileName, std::int32_t mode)
         default:
             throw unknownMode(mode_);
     }
-    if (!unzFile_ && !zipFile_) {
+    if (!unzFile_ && !zipFile_ && !withoutEntries_) {
         throw Tarvik_ZipException(fmt::format("Can't open '{}'", fileName_));
     }
     if (mode_ == Tarvik_ZipFileModeUnzip) {
@@ -214,6 +243,9 @@ std::unique_ptr<Tarvik_ZipWriteStream> Tarvik_ZipFile::openNewEntry(const std::s
 
 unsigned Tarvik_ZipFile::numFilesInZip() {
     requireUnzipMode();
+    if (withoutEntries_) {
+        return 0;
+    }
     unz_global_info info{};
     int result = unzGetGlobalInfo(unzFile_, &info);
     if (result != UNZ_OK) {
@@ -251,6 +283,9 @@ void Tarvik_ZipFile::goToFirstFileInZip() {
 
 bool Tarvik_ZipFile::goToNextFileInZip() {
     requireUnzipMode();
+    if (withoutEntries_) {
+        return false;
+    }
     int result = unzGoToNextFile(unzFile_);
     if (result == UNZ_END_OF_LIST_OF_FILE) {
         return false;
@@ -292,12 +327,14 @@ Tarvik_FileInZipInfo Tarvik_ZipFile::currentFileInZipInfo() {
 
 std::unique_ptr<Tarvik_ZipReadStream> Tarvik_ZipFile::readCurrentFileInZip() {
     requireUnzipMode();
+    requireAnEntry();
     return openCurrentEntry();
 }
 
 std::unique_ptr<Tarvik_ZipReadStream> Tarvik_ZipFile::readCurrentFileInZipWithPassword(
     const std::string& password) {
     requireUnzipMode();
+    requireAnEntry();
     unz_file_info info{};
     int result = unzGetCurrentFileInfo(unzFile_, &info, nullptr, 0, nullptr, 0, nullptr, 0);
     if (result != UNZ_OK) {
@@ -364,8 +401,10 @@ void Tarvik_ZipFile::close() {
     int result = 0;
     switch (mode_) {
         case Tarvik_ZipFileModeUnzip:
-            result = unzClose(unzFile_);
+            // minizip never opened an archive without entries, so there is nothing to close.
+            result = withoutEntries_ ? UNZ_OK : unzClose(unzFile_);
             unzFile_ = nullptr;
+            withoutEntries_ = false;
             break;
         case Tarvik_ZipFileModeCreate:
         case Tarvik_ZipFileModeAppend:
@@ -383,6 +422,12 @@ void Tarvik_ZipFile::close() {
 void Tarvik_ZipFile::requireUnzipMode() const {
     if (mode_ != Tarvik_ZipFileModeUnzip) {
         throw Tarvik_ZipException("Operation not permitted without Unzip mode");
+    }
+}
+
+void Tarvik_ZipFile::requireAnEntry() const {
+    if (withoutEntries_) {
+        throw openingCurrentFileFailed(UNZ_END_OF_LIST_OF_FILE);
     }
 }
 

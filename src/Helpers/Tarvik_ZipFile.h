@@ -83,6 +83,8 @@ class Tarvik_ZipFile {
     Tarvik_ZipException openingCurrentFileFailed(std::int64_t error) const;
     void indexContents();
     void requireUnzipMode() const;
+    // Reading an entry of an archive that has none fails as reading past the last one does.
+    void requireAnEntry() const;
     void refuseUnzipMode() const;
     void closeQuietly() noexcept;
 
@@ -90,6 +92,8 @@ class Tarvik_ZipFile {
     std::int32_t mode_;
     void* unzFile_ = nullptr;
     void* zipFile_ = nullptr;
+    // Opened for reading without minizip, which cannot open an archive that has no entries.
+    bool withoutEntries_ = false;
     std::map<std::string, std::pair<std::int64_t, std::int64_t>> contents_;
 };
 

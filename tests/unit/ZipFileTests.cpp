@@ -26,6 +26,7 @@ using testsupport::PythonZipEntry;
 using testsupport::readFile;
 using testsupport::readZipWithPython;
 using testsupport::runCommand;
+using testsupport::runPython;
 using testsupport::shellQuoted;
 using testsupport::writeFile;
 
@@ -359,6 +360,46 @@ TEST(ZipFilePassword, WrongPasswordsAreRefusedOrFailTheDataChecks) {
 }
 
 // ----------------------------------------------------------------------------------------------
+
+// An archive without entries is only its end record, at the very start of the file.
+TEST(ZipFileRead, ArchivesWithoutEntriesListAsEmpty) {
+    TestRuntime test;
+    std::string made = test.root() + "/made.zip";
+    Tarvik_ZipFile(made, Tarvik_ZipFileModeCreate).close();
+    std::string python = test.root() + "/python.zip";
+    std::string commented = test.root() + "/commented.zip";
+    ASSERT_EQ(
+        runPython("import sys, zipfile\n"
+                  "zipfile.ZipFile(sys.argv[1], 'w').close()\n"
+                  "with zipfile.ZipFile(sys.argv[2], 'w') as z: z.comment = b'nothing here'\n",
+                  shellQuoted(python) + " " + shellQuoted(commented))
+            .exitCode,
+        0);
+    for (const std::string& path : {made, python, commented}) {
+        SCOPED_TRACE(path);
+        Tarvik_ZipFile archive(path, Tarvik_ZipFileModeUnzip);
+        EXPECT_EQ(archive.numFilesInZip(), 0u);
+        EXPECT_TRUE(archive.listFileInZipInfos().empty());
+        EXPECT_TRUE(archive.contents().empty());
+        EXPECT_FALSE(archive.locateFileInZip("a.txt"));
+        EXPECT_FALSE(archive.goToNextFileInZip());
+        expectZipException([&] { archive.readCurrentFileInZip(); },
+                           "Error in opening current file in '" + path + "'", -100);
+        archive.close();
+    }
+    // The same end record claiming an entry, or followed by bytes that are not its comment, is
+    // no archive.
+    std::string emptyRecord = readFile(python);
+    std::string claimsAnEntry = emptyRecord;
+    claimsAnEntry[10] = 1;
+    claimsAnEntry[8] = 1;
+    for (const std::string& bytes : {claimsAnEntry, emptyRecord + "trailing"}) {
+        std::string path = test.root() + "/broken.zip";
+        writeFile(path, bytes);
+        expectZipException([&] { Tarvik_ZipFile(path, Tarvik_ZipFileModeUnzip); },
+                           "Can't open '" + path + "'", 0);
+    }
+}
 
 // Each misuse throws a Tarvik_ZipException with its reason, and the error code of zlib or
 // minizip where one of them refused; an archive that is never closed is closed for its owner.
