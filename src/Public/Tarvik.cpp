@@ -140,7 +140,10 @@ void Tarvik::recordEvent(const std::string& message, const char* file, const cha
         // An answer to a send can switch events off without restarting polling, which would
         // leave them off for the process: a dropped event starts it. Polling that runs is left
         // as it is, so a stream of dropped events asks the service no more often than it does.
-        TVKEventConfigurationManager::startTimer();
+        // Before the start there is no key to ask with, and the start begins polling itself.
+        if (apiKey()) {
+            TVKEventConfigurationManager::startTimer();
+        }
         return;
     }
     // The event's fields are sent in this order. Names that are not UTF-8 text are left out, as
