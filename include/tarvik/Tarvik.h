@@ -142,6 +142,8 @@ class Tarvik {
     std::atomic<bool> collectUserDefaults_{true};
     std::atomic<bool> saveUserLocation_{true};
     std::atomic<TarvikProcessType> processType_{TarvikProcessTypeShake};
+    // Events recorded before the start, reported by the next start in debug mode.
+    std::atomic<std::int64_t> eventsDroppedBeforeStart_{0};
 
     mutable std::mutex mutex_;  // guards everything below
     std::optional<std::string> apiKey_;

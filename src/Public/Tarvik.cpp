@@ -123,6 +123,14 @@ Tarvik& Tarvik::startWithAPIKey(const std::optional<std::string>& apiKey,
     // Settings first used while their file could not be read or written would keep events
     // off for the whole launch.
     TVKSettingsManager::restoreSettingsFile();
+    std::int64_t droppedEvents = tarvik.eventsDroppedBeforeStart_.exchange(0);
+    if (debug && droppedEvents > 0) {
+        Runtime::current().console().writeLine(fmt::format(
+            "Tarvik -- {} recorded before the start {} dropped: start Tarvik before recording "
+            "events",
+            droppedEvents == 1 ? "1 event" : fmt::format("{} events", droppedEvents),
+            droppedEvents == 1 ? "was" : "were"));
+    }
     if (debug) {
         std::string banner = "Starting Tarvik - version " + tarvik.version().value_or("(null)");
         Runtime::current().console().writeLine(banner);
@@ -136,14 +144,17 @@ Tarvik& Tarvik::startWithAPIKey(const std::optional<std::string>& apiKey,
 
 void Tarvik::recordEvent(const std::string& message, const char* file, const char* function,
                          std::int32_t line, bool includeAttachments) {
+    // Before the start there is no key to send an event with, and the start empties the
+    // folder it would be gathered in.
+    if (!apiKey()) {
+        ++eventsDroppedBeforeStart_;
+        return;
+    }
     if (!TVKEventConfigurationManager::shouldUploadDataForEventTitle(message)) {
         // An answer to a send can switch events off without restarting polling, which would
         // leave them off for the process: a dropped event starts it. Polling that runs is left
         // as it is, so a stream of dropped events asks the service no more often than it does.
-        // Before the start there is no key to ask with, and the start begins polling itself.
-        if (apiKey()) {
-            TVKEventConfigurationManager::startTimer();
-        }
+        TVKEventConfigurationManager::startTimer();
         return;
     }
     // The event's fields are sent in this order. Names that are not UTF-8 text are left out, as

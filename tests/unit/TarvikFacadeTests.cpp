@@ -131,11 +131,28 @@ TEST_F(TarvikStart, EachStartMakesTheTreeAndEmptiesProcessingAndOutsideDebugSent
     }
 }
 
-TEST_F(TarvikStart, DebugBannerGoesToTheConsoleOnlyInDebug) {
+// Events recorded before the start have no key to be sent with: they are dropped, and the
+// start says how many in debug mode.
+TEST_F(TarvikStart, DebugBannerGoesToTheConsoleOnlyInDebugWithTheEventsDroppedBeforeIt) {
+    tarvik.recordEvent("too early", "a.cpp", "f", 1, false);
+    tarvik.recordEvent("too early", "a.cpp", "f", 2, false);
+    test.drain();
     Tarvik::startWithAPIKey("key", TarvikProcessTypeManual, false);
     EXPECT_TRUE(test.consoleLines().empty());
+    tarvik.recordEvent("too early", "a.cpp", "f", 3, false);  // after the start: not dropped
+    test.drain();
+    tarvik.setApiKey(std::nullopt);  // as before the first start
+    tarvik.recordEvent("too early", "a.cpp", "f", 4, false);
     Tarvik::startWithAPIKey("key", TarvikProcessTypeManual, true);
-    EXPECT_THAT(test.consoleLines(), ::testing::ElementsAre("Starting Tarvik - version 1.0.0"));
+    std::vector<std::string> lines = test.consoleLines();
+    lines.resize(std::min<size_t>(lines.size(), 2));  // then the polling's own lines
+    EXPECT_THAT(lines,
+                ::testing::ElementsAre("Tarvik -- 1 event recorded before the start was dropped: "
+                                       "start Tarvik before recording events",
+                                       "Starting Tarvik - version 1.0.0"));
+    test.drain();
+    // Only the event recorded after the start reached the service.
+    EXPECT_EQ(test.platform().fakeHttpTransport().exchanges().size(), 1u);
 }
 
 TEST_F(TarvikStart, AnUnwritableCachesFolderDoesNotStopTheStart) {
