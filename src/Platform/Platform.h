@@ -8,6 +8,7 @@
 #include "Platform/DispatchQueue.h"
 #include "Platform/Folders.h"
 #include "Platform/MainQueue.h"
+#include "Platform/ScreenMetrics.h"
 #include "Platform/TVKHttpTransport.h"
 #include "Platform/UserDefaultsStore.h"
 
@@ -31,6 +32,7 @@ class Platform {
     virtual ConsoleCapture& consoleCapture() = 0;
     virtual DeviceProbes& device() = 0;
     virtual TVKHttpTransport& httpTransport() = 0;
+    virtual ScreenMetrics& screen() = 0;
 
     // The host application's bundle and the SDK's own.
     virtual Bundle mainBundle() const = 0;

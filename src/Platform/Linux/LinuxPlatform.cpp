@@ -86,6 +86,22 @@ void StandardErrorConsole::writeLine(const std::string& text) {
     }
 }
 
+Rect DesktopScreenMetrics::bounds() const {
+    std::lock_guard lock(mutex_);
+    return bounds_;
+}
+
+double DesktopScreenMetrics::scale() const {
+    std::lock_guard lock(mutex_);
+    return scale_;
+}
+
+void DesktopScreenMetrics::set(Rect bounds, double scale) {
+    std::lock_guard lock(mutex_);
+    bounds_ = bounds;
+    scale_ = scale;
+}
+
 LinuxPlatform::LinuxPlatform()
     : runLoop_(clock_),
       globalQueue_(std::make_unique<ThreadPool>(std::max(2u, std::thread::hardware_concurrency()))),

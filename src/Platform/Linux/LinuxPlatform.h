@@ -50,6 +50,21 @@ class StandardErrorConsole : public Console {
     void writeLine(const std::string& text) override;
 };
 
+// The screen until the desktop layer, which knows the window the reporter appears over, sets
+// the size and scale of that window's content: a common laptop size at scale 1, so that the
+// SDK's bitmaps have a scale before any window exists.
+class DesktopScreenMetrics : public ScreenMetrics {
+  public:
+    Rect bounds() const override;
+    double scale() const override;
+    void set(Rect bounds, double scale);
+
+  private:
+    mutable std::mutex mutex_;
+    Rect bounds_{{0, 0}, {1280, 800}};
+    double scale_ = 1;
+};
+
 class LinuxPlatform : public Platform {
   public:
     LinuxPlatform();
@@ -63,6 +78,7 @@ class LinuxPlatform : public Platform {
     ConsoleCapture& consoleCapture() override { return consoleCapture_; }
     DeviceProbes& device() override { return device_; }
     TVKHttpTransport& httpTransport() override { return *httpTransport_; }
+    ScreenMetrics& screen() override { return screen_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -86,6 +102,7 @@ class LinuxPlatform : public Platform {
     mutable std::mutex bundleMutex_;
     Dictionary hostInfo_;
     LinuxDeviceProbes device_;
+    DesktopScreenMetrics screen_;
     std::unique_ptr<TVKHttpTransport> httpTransport_ = makePlatformHttpTransport();
 };
 

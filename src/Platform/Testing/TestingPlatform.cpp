@@ -88,6 +88,26 @@ std::string ScriptedConsoleCapture::writtenToOriginal(Stream stream) const {
     return original_[indexOf(stream)];
 }
 
+Rect FakeScreen::bounds() const {
+    std::lock_guard lock(mutex_);
+    return bounds_;
+}
+
+double FakeScreen::scale() const {
+    std::lock_guard lock(mutex_);
+    return scale_;
+}
+
+void FakeScreen::setBounds(Rect bounds) {
+    std::lock_guard lock(mutex_);
+    bounds_ = bounds;
+}
+
+void FakeScreen::setScale(double scale) {
+    std::lock_guard lock(mutex_);
+    scale_ = scale;
+}
+
 TestingPlatform::TestingPlatform(std::string root)
     : root_(std::move(root)),
       runLoop_(clock_),

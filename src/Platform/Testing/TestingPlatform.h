@@ -87,6 +87,20 @@ class ScriptedConsoleCapture : public ConsoleCapture {
     std::array<std::string, 2> original_;
 };
 
+// A screen whose bounds and scale a test sets; a 375 × 667 point screen at scale 2 until then.
+class FakeScreen : public ScreenMetrics {
+  public:
+    Rect bounds() const override;
+    double scale() const override;
+    void setBounds(Rect bounds);
+    void setScale(double scale);
+
+  private:
+    mutable std::mutex mutex_;
+    Rect bounds_{{0, 0}, {375, 667}};
+    double scale_ = 2;
+};
+
 // Deterministic fakes: a virtual clock whose advance fires due timers in order, folders inside
 // a test's own tree, defaults in memory, a recorded console and a fixed host bundle.
 class TestingPlatform : public Platform {
@@ -102,6 +116,7 @@ class TestingPlatform : public Platform {
     ConsoleCapture& consoleCapture() override { return consoleCapture_; }
     DeviceProbes& device() override { return device_; }
     TVKHttpTransport& httpTransport() override { return httpTransport_; }
+    ScreenMetrics& screen() override { return screen_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -114,6 +129,7 @@ class TestingPlatform : public Platform {
     ScriptedConsoleCapture& scriptedConsoleCapture() { return consoleCapture_; }
     FakeDevice& fakeDevice() { return device_; }
     FakeHttpTransport& fakeHttpTransport() { return httpTransport_; }
+    FakeScreen& fakeScreen() { return screen_; }
     ThreadPool& threadPool() { return *globalQueue_; }
     const std::string& root() const { return root_; }
 
@@ -142,6 +158,7 @@ class TestingPlatform : public Platform {
     ScriptedConsoleCapture consoleCapture_;
     FakeDevice device_;
     FakeHttpTransport httpTransport_;
+    FakeScreen screen_;
     mutable std::mutex bundleMutex_;
     Dictionary mainBundleInfo_;
     std::uint64_t workSubmitted();
