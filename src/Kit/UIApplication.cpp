@@ -1,0 +1,63 @@
+#include "Kit/UIApplication.h"
+
+#include "Platform/Runtime.h"
+
+#include <set>
+
+namespace tarvik {
+
+UIApplication& UIApplication::sharedApplication() {
+    return *Runtime::current().sharedInstance<UIApplication>();
+}
+
+void UIApplication::sendEvent(const UIEvent& event) {
+    std::set<UIWindow*> windows;
+    for (const std::shared_ptr<UITouch>& touch : event.allTouches()) {
+        if (std::shared_ptr<UIWindow> window = touch->window()) {
+            if (windows.insert(window.get()).second) {
+                window->sendEvent(event);
+            }
+        }
+    }
+}
+
+bool UIApplication::viewHasActiveTouch(const UIView* view) const {
+    for (const auto& [finger, active] : activeTouches_) {
+        if (!active.ignored && active.touch->view().get() == view) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void UIApplication::handleTouch(const std::shared_ptr<UIWindow>& window, std::uint64_t finger,
+                                UITouchPhase phase, Point location) {
+    double now = Runtime::current().clock().mediaTime();
+    auto found = activeTouches_.find(finger);
+    if (phase == UITouchPhase::Began) {
+        if (found != activeTouches_.end()) {
+            return;  // already down
+        }
+        std::shared_ptr<UIView> view = window->hitTest(location);
+        bool ignored = !view || (!view->isMultipleTouchEnabled() && viewHasActiveTouch(view.get()));
+        auto touch = std::make_shared<UITouch>(window, view, location, now);
+        activeTouches_[finger] = {touch, ignored};
+        if (!ignored) {
+            sendEvent(UIEvent(UIEventType::Touches, UIEventSubtype::None, {touch}, now));
+        }
+        return;
+    }
+    if (found == activeTouches_.end() || phase == UITouchPhase::Stationary) {
+        return;
+    }
+    ActiveTouch active = found->second;
+    if (phase == UITouchPhase::Ended || phase == UITouchPhase::Cancelled) {
+        activeTouches_.erase(found);
+    }
+    if (!active.ignored) {
+        active.touch->update(phase, location, now);
+        sendEvent(UIEvent(UIEventType::Touches, UIEventSubtype::None, {active.touch}, now));
+    }
+}
+
+}  // namespace tarvik

@@ -1,0 +1,118 @@
+#include "Views/TVKQuadDrawView.h"
+
+#include "Platform/Runtime.h"
+
+#include <numbers>
+
+namespace tarvik {
+
+TVKQuadDrawView::TVKQuadDrawView(Rect frame) : UIView(frame) {
+    setMultipleTouchEnabled(false);
+    setBackgroundColor(Color::colorWithRed(0, 0, 0, 0));
+    path_.setLineWidth(kPenWidth);
+}
+
+void TVKQuadDrawView::reset() {
+    path_.removeAllPoints();
+    ctr_ = 0;
+    incrementalImage_.reset();
+    setNeedsDisplay();
+}
+
+void TVKQuadDrawView::setEraserModeEnabled(bool enabled) {
+    eraserModeEnabled_ = enabled;
+    path_.setLineWidth(enabled ? kEraserWidth : kPenWidth);
+}
+
+Point TVKQuadDrawView::locationOf(const UITouchSet& touches) const {
+    return touches.front()->locationInView(this);
+}
+
+void TVKQuadDrawView::touchesBegan(const UITouchSet& touches, const UIEvent&) {
+    if (auto delegate = delegate_.lock()) {
+        delegate->quadDrawViewDidStartDrawing(*this);
+    }
+    ctr_ = 0;
+    pts_[0] = locationOf(touches);
+    path_.moveToPoint(pts_[0]);
+}
+
+void TVKQuadDrawView::touchesMoved(const UITouchSet& touches, const UIEvent&) {
+    pts_[++ctr_] = locationOf(touches);
+    if (ctr_ != 3) {
+        return;
+    }
+    // The curve runs from midpoint to midpoint with the samples between as control points, so
+    // the sample stored in pts_[2] one move earlier is overwritten before it is ever used.
+    pts_[2] = {(pts_[1].x + pts_[3].x) / 2, (pts_[1].y + pts_[3].y) / 2};
+    path_.addQuadCurveToPoint(pts_[2], pts_[1]);
+    setNeedsDisplay();
+    pts_[0] = pts_[2];
+    pts_[1] = pts_[3];
+    ctr_ = 1;
+}
+
+void TVKQuadDrawView::touchesEnded(const UITouchSet&, const UIEvent&) {
+    switch (ctr_) {
+        case 0:
+            // A tap: a circle joined to the centre by the line from the move, which the line
+            // width turns into a dot of that radius.
+            path_.addArcWithCenter(pts_[0], path_.lineWidth() / 2, 0, 2 * std::numbers::pi, true);
+            break;
+        case 1:
+            path_.moveToPoint(pts_[0]);
+            path_.addLineToPoint(pts_[1]);
+            break;
+        case 2:
+            path_.moveToPoint(pts_[0]);
+            path_.addQuadCurveToPoint(pts_[2], pts_[1]);
+            break;
+    }
+    drawBitmap();
+    setNeedsDisplay();
+    path_.removeAllPoints();
+    ctr_ = 0;
+    if (auto delegate = delegate_.lock()) {
+        delegate->quadDrawViewDidStopDrawing(*this);
+    }
+}
+
+void TVKQuadDrawView::touchesCancelled(const UITouchSet& touches, const UIEvent& event) {
+    touchesEnded(touches, event);  // a cancelled stroke is kept, like an ended one
+}
+
+void TVKQuadDrawView::strokePath(cairo_t* context) const {
+    path_.stroke(context, strokeColor_,
+                 eraserModeEnabled_ ? CGBlendMode::Clear : CGBlendMode::Normal);
+}
+
+void TVKQuadDrawView::drawBitmap() {
+    Rect frame = this->frame();
+    double scale = Runtime::current().platform().screen().scale();
+    incrementalImage_ = Image::render(
+        frame.size.width, frame.size.height, scale, Image::Transparent, [&](cairo_t* context) {
+            // A new bitmap starts fully transparent, as filling it with the clear colour would.
+            if (incrementalImage_) {
+                cairo_set_source_surface(context, incrementalImage_->surface(), 0, 0);
+                cairo_paint(context);
+            }
+            strokePath(context);
+        });
+}
+
+void TVKQuadDrawView::drawRect(cairo_t* context, Rect rect) {
+    if (incrementalImage_) {
+        cairo_save(context);
+        cairo_rectangle(context, rect.origin.x, rect.origin.y, rect.size.width, rect.size.height);
+        cairo_clip(context);
+        cairo_translate(context, rect.origin.x, rect.origin.y);
+        cairo_scale(context, rect.size.width / incrementalImage_->width(),
+                    rect.size.height / incrementalImage_->height());
+        cairo_set_source_surface(context, incrementalImage_->surface(), 0, 0);
+        cairo_paint(context);
+        cairo_restore(context);
+    }
+    strokePath(context);
+}
+
+}  // namespace tarvik
