@@ -147,3 +147,44 @@ def test_zipping_a_file_into_itself_is_refused_and_leaves_it_whole(run_tool, tmp
     assert (result.returncode, result.stdout) == (1, "")
     assert result.stderr == f"tarvik: Can't zip '{source}' into itself\n"
     assert source.read_text() == "keep me"
+
+
+def test_canvas_draws_strokes_as_touches_and_refuses_what_it_cannot_draw(run_tool, tmp_path):
+    import cairo
+
+    strokes = tmp_path / "strokes.json"
+    strokes.write_text(json.dumps({"strokes": [
+        {"color": [61, 46, 230, 255], "points": [[20, 20]]},
+        {"color": [230, 58, 46, 128], "eraser": False, "points": [[10, 70], [90, 70]]},
+    ]}))
+    out = tmp_path / "canvas.png"
+    run_tool("canvas", "--size", "100x80", "--scale", "2", "--strokes", strokes, "--out", out)
+    image = cairo.ImageSurface.create_from_png(str(out))
+    assert (image.get_width(), image.get_height()) == (200, 160)
+    pixels, stride = image.get_data(), image.get_stride()
+
+    def bgra(x, y):  # premultiplied, as cairo keeps them
+        return tuple(pixels[y * stride + x * 4:y * stride + x * 4 + 4])
+
+    assert bgra(40, 40) == (230, 46, 61, 255)  # the tap's dot in the blue pen
+    assert bgra(40 + 15, 40)[3] == 0  # 7.5 points from its centre
+    assert bgra(100, 140)[3] == 128  # the half-transparent line
+    assert bgra(199, 0)[3] == 0
+
+    def refused(document, *options):
+        strokes.write_text(document)
+        result = run_tool("canvas", *(options or ("--size", "100x80", "--scale", "2")),
+                          "--strokes", strokes, "--out", out, check=False)
+        assert (result.returncode, result.stdout) == (1, ""), result.stderr
+        return result.stderr
+
+    assert "is not JSON" in refused("{strokes")
+    assert "stroke 1 has no points" in refused('{"strokes": [{"points": []}]}')
+    assert "colour components go from 0 to 255" in refused(
+        '{"strokes": [{"color": [0, 0, 300, 255], "points": [[1, 1]]}]}')
+    assert "the size must be WIDTHxHEIGHT, both positive" in refused(
+        '{"strokes": []}', "--size", "0x80", "--scale", "2")
+    assert "the scale must be a positive number" in refused(
+        '{"strokes": []}', "--size", "100x80", "--scale", "-1")
+    usage = run_tool("canvas", "--size", "100x80", check=False)
+    assert usage.returncode == 2 and "usage: tarvik canvas" in usage.stderr

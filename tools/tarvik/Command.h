@@ -17,5 +17,6 @@ int queueCommand(const Arguments& arguments);
 int showCommand(const Arguments& arguments);
 int bodyCommand(const Arguments& arguments);
 int sendCommand(const Arguments& arguments);
+int canvasCommand(const Arguments& arguments);
 
 }  // namespace tarvik::tool

@@ -21,6 +21,9 @@ struct CommandEntry {
 
 const std::map<std::string, CommandEntry>& commands() {
     static const std::map<std::string, CommandEntry> table = {
+        {"canvas",
+         {tarvik::tool::canvasCommand, "--size WxH --scale S --strokes FILE --out PNG",
+          "draw strokes with the reporter's canvas and write the result"}},
         {"body",
          {tarvik::tool::bodyCommand, "UUID [--dump FILE]",
           "build (if needed) and show a submission's request"}},
