@@ -16,6 +16,7 @@ void TVKQuadDrawView::reset() {
     path_.removeAllPoints();
     ctr_ = 0;
     incrementalImage_.reset();
+    drawnImage_.reset();
     setNeedsDisplay();
 }
 
@@ -86,18 +87,36 @@ void TVKQuadDrawView::strokePath(cairo_t* context) const {
                  eraserModeEnabled_ ? CGBlendMode::Clear : CGBlendMode::Normal);
 }
 
+std::optional<Image> TVKQuadDrawView::drawnImage() const {
+    if (incrementalImage_ && !drawnImage_) {
+        drawnImage_ = incrementalImage_->snapshot();
+    }
+    return drawnImage_;
+}
+
 void TVKQuadDrawView::drawBitmap() {
     Rect frame = this->frame();
     double scale = Runtime::current().platform().screen().scale();
-    incrementalImage_ = Image::render(
-        frame.size.width, frame.size.height, scale, Image::Transparent, [&](cairo_t* context) {
-            // A new bitmap starts fully transparent, as filling it with the clear colour would.
-            if (incrementalImage_) {
+    bool fits = incrementalImage_ && incrementalImage_->width() == frame.size.width &&
+                incrementalImage_->height() == frame.size.height &&
+                incrementalImage_->scale() == scale;
+    if (!fits) {
+        // A new bitmap the canvas's size starts fully transparent, as filling it with the
+        // clear colour would, and takes what was drawn before at (0, 0).
+        std::optional<CanvasBitmap> fresh =
+            CanvasBitmap::make(frame.size.width, frame.size.height, scale);
+        if (fresh && incrementalImage_) {
+            fresh->draw([&](cairo_t* context) {
                 cairo_set_source_surface(context, incrementalImage_->surface(), 0, 0);
                 cairo_paint(context);
-            }
-            strokePath(context);
-        });
+            });
+        }
+        incrementalImage_ = std::move(fresh);
+    }
+    if (incrementalImage_) {
+        incrementalImage_->draw([&](cairo_t* context) { strokePath(context); });
+    }
+    drawnImage_.reset();
 }
 
 void TVKQuadDrawView::drawRect(cairo_t* context, Rect rect) {

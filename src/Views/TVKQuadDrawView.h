@@ -2,6 +2,7 @@
 
 #include "Kit/UIBezierPath.h"
 #include "Kit/UIView.h"
+#include "Platform/CanvasBitmap.h"
 #include "Platform/Image.h"
 
 #include <array>
@@ -38,7 +39,7 @@ class TVKQuadDrawView : public UIView {
     void reset();
     // The finished strokes on a transparent background; none before the first stroke ends
     // and after `reset`.
-    std::optional<Image> drawnImage() const { return incrementalImage_; }
+    std::optional<Image> drawnImage() const;
 
     bool eraserModeEnabled() const { return eraserModeEnabled_; }
     // Also sets the width of the path, so that it applies to a stroke in progress.
@@ -62,7 +63,10 @@ class TVKQuadDrawView : public UIView {
     void strokePath(cairo_t* context) const;
 
     UIBezierPath path_;
-    std::optional<Image> incrementalImage_;
+    // The finished strokes, drawn into in place; `drawnImage` hands out a copy, made once
+    // after each change.
+    std::optional<CanvasBitmap> incrementalImage_;
+    mutable std::optional<Image> drawnImage_;
     std::array<Point, 4> pts_{};
     int ctr_ = 0;
     bool eraserModeEnabled_ = false;
