@@ -71,7 +71,7 @@ class UIView : public UIResponder {
     double alpha() const { return alpha_; }
     void setAlpha(double alpha);
     bool isHidden() const { return hidden_; }
-    void setHidden(bool hidden);
+    virtual void setHidden(bool hidden);
     bool clipsToBounds() const { return clipsToBounds_; }
     void setClipsToBounds(bool clips);
     const CALayerStyle& layer() const { return layer_; }

@@ -1,9 +1,50 @@
 #include "Kit/UIWindow.h"
 
+#include "Kit/UIViewController.h"
+
+#include <utility>
+
 namespace tarvik {
 
 UIWindow::UIWindow(Rect frame) : UIView(frame) {
     setHidden(true);
+}
+
+void UIWindow::setRootViewController(std::shared_ptr<UIViewController> controller) {
+    if (controller == rootViewController_) {
+        return;
+    }
+    bool shown = !isHidden();
+    if (std::shared_ptr<UIViewController> old = std::exchange(rootViewController_, nullptr)) {
+        if (shown) {
+            old->beginAppearanceTransition(false, false);
+        }
+        if (old->isViewLoaded()) {
+            old->view()->removeFromSuperview();
+        }
+        old->endAppearanceTransition();
+    }
+    rootViewController_ = std::move(controller);
+    if (!rootViewController_) {
+        return;
+    }
+    std::shared_ptr<UIView> view = rootViewController_->view();
+    view->setFrame(bounds());
+    view->setAutoresizingMask(UIViewAutoresizingFlexibleWidth | UIViewAutoresizingFlexibleHeight);
+    addSubview(view);
+    if (shown) {
+        rootViewController_->beginAppearanceTransition(true, false);
+        rootViewController_->endAppearanceTransition();
+    }
+}
+
+void UIWindow::setHidden(bool hidden) {
+    bool changed = hidden != isHidden();
+    UIView::setHidden(hidden);
+    if (changed && rootViewController_) {
+        rootViewController_->beginAppearanceTransition(!hidden, false);
+        rootViewController_->endAppearanceTransition();
+    }
 }
 
 void UIWindow::sendEvent(const UIEvent& event) {

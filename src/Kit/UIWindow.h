@@ -2,7 +2,11 @@
 
 #include "Kit/UIView.h"
 
+#include <memory>
+
 namespace tarvik {
+
+class UIViewController;
 
 inline constexpr double UIWindowLevelNormal = 0;
 inline constexpr double UIWindowLevelStatusBar = 1000;
@@ -20,8 +24,16 @@ class UIWindow : public UIView {
 
     virtual void sendEvent(const UIEvent& event);
 
+    // The controller whose view fills the window (and follows its size). It appears when
+    // the window shows and disappears when it hides; a controller replaced while the window
+    // shows disappears at once.
+    std::shared_ptr<UIViewController> rootViewController() const { return rootViewController_; }
+    void setRootViewController(std::shared_ptr<UIViewController> controller);
+    void setHidden(bool hidden) override;
+
   private:
     double windowLevel_ = UIWindowLevelNormal;
+    std::shared_ptr<UIViewController> rootViewController_;
 };
 
 }  // namespace tarvik

@@ -12,6 +12,9 @@ class ScreenMetrics {
     virtual ~ScreenMetrics() = default;
     virtual Rect bounds() const = 0;
     virtual double scale() const = 0;
+    // The height of the status bar across the top of the screen while it shows, which bars
+    // at the top of the screen stay below. A desktop has none.
+    virtual double statusBarHeight() const { return 0; }
 };
 
 }  // namespace tarvik

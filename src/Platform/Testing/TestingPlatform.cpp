@@ -98,6 +98,11 @@ double FakeScreen::scale() const {
     return scale_;
 }
 
+double FakeScreen::statusBarHeight() const {
+    std::lock_guard lock(mutex_);
+    return statusBarHeight_;
+}
+
 void FakeScreen::setBounds(Rect bounds) {
     std::lock_guard lock(mutex_);
     bounds_ = bounds;
@@ -106,6 +111,11 @@ void FakeScreen::setBounds(Rect bounds) {
 void FakeScreen::setScale(double scale) {
     std::lock_guard lock(mutex_);
     scale_ = scale;
+}
+
+void FakeScreen::setStatusBarHeight(double height) {
+    std::lock_guard lock(mutex_);
+    statusBarHeight_ = height;
 }
 
 TestingPlatform::TestingPlatform(std::string root)

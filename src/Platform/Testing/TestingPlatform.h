@@ -87,18 +87,22 @@ class ScriptedConsoleCapture : public ConsoleCapture {
     std::array<std::string, 2> original_;
 };
 
-// A screen whose bounds and scale a test sets; a 375 × 667 point screen at scale 2 until then.
+// A screen whose bounds, scale and status bar a test sets; until then a phone's: 375 × 667
+// points at scale 2 with a 20-point status bar.
 class FakeScreen : public ScreenMetrics {
   public:
     Rect bounds() const override;
     double scale() const override;
+    double statusBarHeight() const override;
     void setBounds(Rect bounds);
     void setScale(double scale);
+    void setStatusBarHeight(double height);
 
   private:
     mutable std::mutex mutex_;
     Rect bounds_{{0, 0}, {375, 667}};
     double scale_ = 2;
+    double statusBarHeight_ = 20;
 };
 
 // Deterministic fakes: a virtual clock whose advance fires due timers in order, folders inside
