@@ -21,6 +21,12 @@ void UIApplication::sendEvent(const UIEvent& event) {
     }
 }
 
+void UIApplication::setFirstResponder(const std::shared_ptr<UIResponder>& responder) {
+    firstResponder_ = responder;
+    Runtime::current().mainQueue().async(
+        [this] { keyboard_.update(dynamic_cast<UIKeyInput*>(firstResponder().get()) != nullptr); });
+}
+
 bool UIApplication::viewHasActiveTouch(const UIView* view) const {
     for (const auto& [finger, active] : activeTouches_) {
         if (!active.ignored && active.touch->view().get() == view) {

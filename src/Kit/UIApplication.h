@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Kit/UIKeyboard.h"
 #include "Kit/UIResponder.h"
 #include "Kit/UIWindow.h"
 
@@ -27,6 +28,13 @@ class UIApplication : public UIResponder {
     void handleTouch(const std::shared_ptr<UIWindow>& window, std::uint64_t finger,
                      UITouchPhase phase, Point location);
 
+    // The responder that keyboard input goes to, if any. Setting it brings the keyboard up or
+    // down to match, in a later turn of the main queue (after the editing callbacks, and once
+    // for a move from one field to another).
+    std::shared_ptr<UIResponder> firstResponder() const { return firstResponder_.lock(); }
+    void setFirstResponder(const std::shared_ptr<UIResponder>& responder);
+    UIKeyboard& keyboard() { return keyboard_; }
+
   private:
     struct ActiveTouch {
         std::shared_ptr<UITouch> touch;
@@ -35,6 +43,8 @@ class UIApplication : public UIResponder {
     bool viewHasActiveTouch(const UIView* view) const;
 
     std::map<std::uint64_t, ActiveTouch> activeTouches_;
+    std::weak_ptr<UIResponder> firstResponder_;
+    UIKeyboard keyboard_;
 };
 
 }  // namespace tarvik
