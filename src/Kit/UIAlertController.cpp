@@ -15,6 +15,10 @@ constexpr double kTopPadding = 20;
 constexpr double kTitleToMessage = 4;
 constexpr double kBottomPadding = 20;
 constexpr double kButtonHeight = 44;
+constexpr double kAppearDuration = 0.3;
+constexpr double kDisappearDuration = 0.2;
+// The card's size when it starts to appear, relative to its own.
+constexpr double kAppearScale = 1.2;
 
 Color veilColor() {
     return Color::colorWithRed(0, 0, 0, 0.4);
@@ -192,6 +196,34 @@ std::shared_ptr<UIView> UIAlertController::makeCard() {
     double rows = sideBySide ? 1 : double(ordered.size());
     card->setFrame({{0, 0}, {kWidth, y + kButtonHeight * rows}});
     return card;
+}
+
+void UIAlertController::animatePresentation(bool presenting, bool animated,
+                                            std::function<void()> done) {
+    std::shared_ptr<UIView> veil = view();
+    if (!animated) {
+        if (presenting) {  // as it rests, also after an animated dismissal
+            veil->setAlpha(1);
+            card_->setTransform(AffineTransform::identity());
+        }
+        done();
+        return;
+    }
+    auto completion = [done = std::move(done)](bool) { done(); };
+    if (!presenting) {
+        UIView::animateWithDuration(
+            kDisappearDuration, [&] { veil->setAlpha(0); }, completion);
+        return;
+    }
+    veil->setAlpha(0);
+    card_->setTransform({kAppearScale, 0, 0, kAppearScale, 0, 0});
+    UIView::animateWithDuration(
+        kAppearDuration,
+        [&] {
+            veil->setAlpha(1);
+            card_->setTransform(AffineTransform::identity());
+        },
+        completion);
 }
 
 void UIAlertController::didTapAction(const std::shared_ptr<UIAlertAction>& action) {

@@ -47,7 +47,7 @@ class UIAlertAction : public NSObject {
 // window and, in its middle, a rounded card 270 points wide with the title (bold 17), the
 // message (13) and, under a hairline, one button per action: side by side for two, one under
 // the other otherwise. Tapping a button dismisses the alert and then runs the action's
-// handler.
+// handler. Both coming and going are animated when asked.
 class UIAlertController : public UIViewController {
     TVK_KIT_CLASS(UIAlertController, UIViewController)
 
@@ -66,6 +66,10 @@ class UIAlertController : public UIViewController {
     std::shared_ptr<UIView> cardView() const { return card_; }
 
     void loadView() override;
+
+  protected:
+    // In, the veil fades up while the card shrinks to its size; out, both fade away.
+    void animatePresentation(bool presenting, bool animated, std::function<void()> done) override;
 
   private:
     void didTapAction(const std::shared_ptr<UIAlertAction>& action);

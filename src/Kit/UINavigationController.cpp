@@ -3,6 +3,7 @@
 #include "Platform/Runtime.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace tarvik {
 
@@ -29,6 +30,9 @@ class UINavigationTransitionView : public UIView {
   public:
     using UIView::UIView;
 };
+
+// The phone's push and pop.
+constexpr double kTransitionDuration = 0.35;
 
 constexpr std::uint32_t kFlexibleSize =
     UIViewAutoresizingFlexibleWidth | UIViewAutoresizingFlexibleHeight;
@@ -112,6 +116,10 @@ std::shared_ptr<UIViewController> UINavigationController::popViewControllerAnima
 void UINavigationController::transition(const std::shared_ptr<UIViewController>& outgoing,
                                         const std::shared_ptr<UIViewController>& incoming,
                                         Direction direction, bool animated) {
+    if (finishTransition_) {
+        // A change made during a slide lands on the slide's end.
+        std::exchange(finishTransition_, nullptr)();
+    }
     std::shared_ptr<UIView> incomingView = incoming->view();
     bool shown = isShown();
     if (shown) {
@@ -120,25 +128,64 @@ void UINavigationController::transition(const std::shared_ptr<UIViewController>&
         }
         incoming->beginAppearanceTransition(true, animated);
     }
-    incomingView->setFrame(contentFrame());
+    std::shared_ptr<UIView> transitionView = view()->subviews().front();
     incomingView->setAutoresizingMask(kFlexibleSize);
-    view()->subviews().front()->addSubview(incomingView);
+    transitionView->addSubview(incomingView);
+    std::shared_ptr<UIView> outgoingView =
+        outgoing && outgoing->isViewLoaded() ? outgoing->view() : nullptr;
+    if (outgoingView && direction == Direction::Pop) {
+        transitionView->addSubview(outgoingView);  // the popped view slides off over the other
+    }
     layoutBarAndContent();  // the new top may hide or show the status bar
     updateBar();
+    Rect content = contentFrame();
 
-    if (outgoing && outgoing->isViewLoaded()) {
-        outgoing->view()->removeFromSuperview();
-    }
-    if (shown) {
-        if (outgoing) {
-            outgoing->endAppearanceTransition();
+    finishTransition_ = [this, outgoing, outgoingView, incoming, direction, shown, content] {
+        if (outgoingView) {
+            outgoingView->removeFromSuperview();
+            outgoingView->setFrame(content);
         }
-        incoming->endAppearanceTransition();
+        if (shown) {
+            if (outgoing) {
+                outgoing->endAppearanceTransition();
+            }
+            incoming->endAppearanceTransition();
+        }
+        if (direction == Direction::Pop) {
+            removeChildViewController(*outgoing);
+            leaving_.reset();
+        }
+    };
+    if (!animated || !shown) {
+        incomingView->setFrame(content);
+        std::exchange(finishTransition_, nullptr)();
+        return;
     }
-    if (direction == Direction::Pop) {
-        removeChildViewController(*outgoing);
-        leaving_.reset();
-    }
+    // The view that comes from the right covers the whole width; the one under it moves a
+    // third of that, as on the phone.
+    double width = content.size.width;
+    auto shifted = [&](double dx) {
+        return Rect{{content.origin.x + dx, content.origin.y}, content.size};
+    };
+    bool push = direction == Direction::Push;
+    incomingView->setFrame(push ? shifted(width) : shifted(-width / 3));
+    std::uint64_t generation = ++transitionGeneration_;
+    std::weak_ptr<NSObject> weak = weak_from_this();
+    UIView::animateWithDuration(
+        kTransitionDuration, 0, 1, 0, 0,
+        [&] {
+            incomingView->setFrame(content);
+            if (outgoingView) {
+                outgoingView->setFrame(push ? shifted(-width / 3) : shifted(width));
+            }
+        },
+        [weak, generation](bool) {
+            auto self = std::static_pointer_cast<UINavigationController>(weak.lock());
+            // Not when a later change already finished this slide.
+            if (self && self->transitionGeneration_ == generation && self->finishTransition_) {
+                std::exchange(self->finishTransition_, nullptr)();
+            }
+        });
 }
 
 void UINavigationController::updateBar() {

@@ -3,6 +3,8 @@
 #include "Kit/UINavigationBar.h"
 #include "Kit/UIViewController.h"
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -52,6 +54,9 @@ class UINavigationController : public UIViewController {
     std::shared_ptr<UINavigationBar> navigationBar_;
     // The popped controller, still a child until its view has left.
     std::shared_ptr<UIViewController> leaving_;
+    // Ends the slide under way: takes the old view away and sends the did-calls.
+    std::function<void()> finishTransition_;
+    std::uint64_t transitionGeneration_ = 0;
 };
 
 }  // namespace tarvik

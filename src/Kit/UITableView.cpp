@@ -186,7 +186,10 @@ void UITableView::layoutSubviews() {
     }
     for (const auto& [indexPath, cell] : visible_) {
         cell->setFrame(rectForRowAtIndexPath(indexPath));
-        cell->setShowsSeparator(separatorStyle_ != UITableViewCellSeparatorStyleNone);
+        bool closesSection = style_ == UITableViewStyleGrouped &&
+                             indexPath.row == numberOfRowsInSection(indexPath.section) - 1;
+        cell->setShowsSeparator(separatorStyle_ != UITableViewCellSeparatorStyleNone,
+                                closesSection);
     }
 }
 

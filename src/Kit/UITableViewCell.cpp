@@ -40,9 +40,10 @@ void UITableViewCell::setLayoutMargins(UIEdgeInsets margins) {
     setNeedsLayout();
 }
 
-void UITableViewCell::setShowsSeparator(bool shows) {
-    if (shows != showsSeparator_) {
+void UITableViewCell::setShowsSeparator(bool shows, bool fullWidth) {
+    if (shows != showsSeparator_ || fullWidth != separatorFullWidth_) {
         showsSeparator_ = shows;
+        separatorFullWidth_ = fullWidth;
         setNeedsDisplay();
     }
 }
@@ -64,10 +65,11 @@ void UITableViewCell::drawRect(cairo_t* context, Rect) {
     // One device pixel thick, on the cell's bottom edge.
     double thickness = 1 / Runtime::current().platform().screen().scale();
     Rect area = bounds();
+    UIEdgeInsets inset = separatorFullWidth_ ? UIEdgeInsets{} : separatorInset_;
     Color::colorWithRed(200 / 255.0, 199 / 255.0, 204 / 255.0, 1).setAsSourceIn(context);
-    cairo_rectangle(context, area.origin.x + separatorInset_.left,
+    cairo_rectangle(context, area.origin.x + inset.left,
                     area.origin.y + area.size.height - thickness,
-                    area.size.width - separatorInset_.left - separatorInset_.right, thickness);
+                    area.size.width - inset.left - inset.right, thickness);
     cairo_fill(context);
 }
 

@@ -56,7 +56,8 @@ class UITableViewCell : public UIView {
 
   private:
     friend class UITableView;
-    void setShowsSeparator(bool shows);
+    // `fullWidth` ignores the inset: the last row of a grouped section closes it edge to edge.
+    void setShowsSeparator(bool shows, bool fullWidth);
 
     std::string reuseIdentifier_;
     std::shared_ptr<UIView> contentView_;
@@ -65,6 +66,7 @@ class UITableViewCell : public UIView {
     UIEdgeInsets separatorInset_{0, 15, 0, 0};
     UIEdgeInsets layoutMargins_{8, 15, 8, 15};
     bool showsSeparator_ = false;
+    bool separatorFullWidth_ = false;
 };
 
 }  // namespace tarvik

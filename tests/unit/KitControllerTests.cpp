@@ -83,6 +83,7 @@ TEST(KitNavigationController, PushAndPopCallTheLifeCycleInThePhonesOrder) {
 
         log.clear();
         navigation->pushViewController(second, animated);
+        EXPECT_EQ(log.size(), animated ? 3u : 5u);  // the did-calls wait for the slide's end
         screen.runtime.advance(1);
         std::string flag = animated ? " animated" : "";
         EXPECT_EQ(log,
@@ -101,6 +102,7 @@ TEST(KitNavigationController, PushAndPopCallTheLifeCycleInThePhonesOrder) {
 
         log.clear();
         EXPECT_EQ(navigation->popViewControllerAnimated(animated), second);
+        EXPECT_EQ(second->navigationController(), animated ? navigation : nullptr);
         screen.runtime.advance(1);
         EXPECT_EQ(log, (Log{"B.viewWillDisappear" + flag, "A.viewWillAppear" + flag,
                             "B.viewDidDisappear" + flag, "A.viewDidAppear" + flag}));
