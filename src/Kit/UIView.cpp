@@ -193,6 +193,29 @@ void UIView::setLayerStyle(CALayerStyle style) {
     setNeedsDisplay();
 }
 
+Color UIView::tintColor() const {
+    for (const UIView* view = this; view; view = view->superview_.lock().get()) {
+        if (view->tintColor_) {
+            return *view->tintColor_;
+        }
+    }
+    return Color::colorWithRed(0, 122 / 255.0, 1, 1);
+}
+
+void UIView::setTintColor(std::optional<Color> color) {
+    tintColor_ = color;
+    notifyTintColorDidChange();
+}
+
+void UIView::notifyTintColorDidChange() {
+    tintColorDidChange();
+    for (const std::shared_ptr<UIView>& subview : subviews_) {
+        if (!subview->tintColor_) {
+            subview->notifyTintColorDidChange();
+        }
+    }
+}
+
 Point UIView::pointToSuperview(Point point) const {
     Point fromCentre{point.x - bounds_.origin.x - bounds_.size.width / 2,
                      point.y - bounds_.origin.y - bounds_.size.height / 2};
