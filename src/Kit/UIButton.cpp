@@ -11,6 +11,7 @@ namespace {
 constexpr double kHighlightDarkening = 0.3;
 // The opacity of a highlighted system button's content.
 constexpr double kSystemHighlightAlpha = 0.2;
+constexpr double kDefaultTitleFontSize = 15;
 
 // Draws what `draw` draws, darkened where it is opaque: how a highlighted custom button shows
 // an image it has none of its own for. Done at drawing time, so that a template image takes the
@@ -24,14 +25,6 @@ void drawDarkened(cairo_t* context, Draw draw) {
     cairo_paint(context);
     cairo_pop_group_to_source(context);
     cairo_paint(context);
-}
-
-void drawImage(cairo_t* context, const UIImage& image, Rect rect, const Color& tint) {
-    if (image.renderingMode() == UIImageRenderingModeAlwaysTemplate) {
-        image.drawAsTemplateInRect(context, rect, tint);
-    } else {
-        image.drawInRect(context, rect);
-    }
 }
 
 // The button's image view, a UIImageView to the object model, that can darken its image.
@@ -138,6 +131,20 @@ void UIButton::addImageView() {
     addSubview(imageView_);
 }
 
+std::shared_ptr<UILabel> UIButton::titleLabel() {
+    if (!titleLabel_) {
+        addTitleLabel();
+        updateContent();
+    }
+    return titleLabel_;
+}
+
+void UIButton::addTitleLabel() {
+    titleLabel_ = std::make_shared<UILabel>();
+    titleLabel_->setFont(UIFont::systemFontOfSize(kDefaultTitleFontSize));
+    addSubview(titleLabel_);
+}
+
 bool UIButton::darkens(std::optional<UIImage> StateContent::*field) const {
     return type_ == UIButtonTypeCustom && isHighlighted() && adjustsImageWhenHighlighted_ &&
            !hasOwnContent(state(), field);
@@ -152,11 +159,21 @@ void UIButton::updateContent() {
     if (image && !imageView_) {
         addImageView();
     }
+    std::optional<std::string> title = currentTitle();
+    if (title && !titleLabel_) {
+        addTitleLabel();
+    }
+    double contentAlpha =
+        type_ == UIButtonTypeSystem && isHighlighted() ? kSystemHighlightAlpha : 1;
     if (imageView_) {
         imageView_->setImage(image);
         static_cast<ButtonImageView&>(*imageView_).setDarkened(darkens(&StateContent::image));
-        bool faded = type_ == UIButtonTypeSystem && isHighlighted();
-        imageView_->setAlpha(faded ? kSystemHighlightAlpha : 1);
+        imageView_->setAlpha(contentAlpha);
+    }
+    if (titleLabel_) {
+        titleLabel_->setText(title.value_or(""));
+        titleLabel_->setTextColor(currentTitleColor());
+        titleLabel_->setAlpha(contentAlpha);
     }
     setNeedsLayout();
     setNeedsDisplay();
@@ -172,7 +189,12 @@ void UIButton::tintColorDidChange() {
 
 Size UIButton::intrinsicContentSize() const {
     std::optional<UIImage> image = currentImage();
-    return image ? image->size() : Size{};
+    Size size = image ? image->size() : Size{};
+    if (titleLabel_ && currentTitle()) {
+        Size title = titleLabel_->sizeThatFits({0, 0});
+        size = {size.width + title.width, std::max(size.height, title.height)};
+    }
+    return size;
 }
 
 void UIButton::sizeToFit() {
@@ -182,17 +204,27 @@ void UIButton::sizeToFit() {
 }
 
 void UIButton::layoutSubviews() {
-    if (!imageView_) {
-        return;
-    }
     Rect area = bounds();
-    Size image = imageView_->image() ? imageView_->image()->size() : Size{};
+    Size image = imageView_ && imageView_->image() ? imageView_->image()->size() : Size{};
     if (image.width > area.size.width || image.height > area.size.height) {
         image = contentRectForMode(image, area, UIViewContentModeScaleAspectFit).size;
     }
-    imageView_->setFrame({{area.origin.x + (area.size.width - image.width) / 2,
-                           area.origin.y + (area.size.height - image.height) / 2},
-                          image});
+    Size title;
+    double widthLeft = area.size.width - image.width;
+    if (titleLabel_ && !titleLabel_->text().empty() && widthLeft > 0) {
+        title = titleLabel_->sizeThatFits({widthLeft, 0});
+        title = {std::min(title.width, widthLeft), std::min(title.height, area.size.height)};
+    }
+    double left = area.origin.x + (area.size.width - image.width - title.width) / 2;
+    auto centredVertically = [&](double x, Size size) {
+        return Rect{{x, area.origin.y + (area.size.height - size.height) / 2}, size};
+    };
+    if (imageView_) {
+        imageView_->setFrame(centredVertically(left, image));
+    }
+    if (titleLabel_) {
+        titleLabel_->setFrame(centredVertically(left + image.width, title));
+    }
 }
 
 void UIButton::drawRect(cairo_t* context, Rect) {
@@ -200,7 +232,7 @@ void UIButton::drawRect(cairo_t* context, Rect) {
     if (!background) {
         return;
     }
-    auto draw = [&] { drawImage(context, *background, bounds(), tintColor()); };
+    auto draw = [&] { background->drawInRect(context, bounds(), tintColor()); };
     if (darkens(&StateContent::backgroundImage)) {
         drawDarkened(context, draw);
     } else {

@@ -3,6 +3,7 @@
 #include "Kit/UIControl.h"
 #include "Kit/UIImage.h"
 #include "Kit/UIImageView.h"
+#include "Kit/UILabel.h"
 
 #include <cstdint>
 #include <map>
@@ -58,9 +59,14 @@ class UIButton : public UIControl {
 
     // The view that shows the current image, made on first use.
     std::shared_ptr<UIImageView> imageView();
+    // The label that shows the current title in the current title colour, made on first use,
+    // in the system font of 15 points until given another. The button sets its text and
+    // colour; a font given after the button was laid out shows from its next layout.
+    std::shared_ptr<UILabel> titleLabel();
 
-    // The size the content asks for: the current image's. Laid out, an image larger than the
-    // bounds is shrunk to fit them, keeping its proportions.
+    // The size the content asks for: the current image's and title's side by side. Laid out,
+    // an image larger than the bounds is shrunk to fit them, keeping its proportions, and the
+    // title gets the width that is left, ending in an ellipsis when that is not enough.
     Size intrinsicContentSize() const;
     void sizeToFit();
 
@@ -87,6 +93,7 @@ class UIButton : public UIControl {
     // Whether the current state shows the image or background image darkened.
     bool darkens(std::optional<UIImage> StateContent::*field) const;
     void addImageView();
+    void addTitleLabel();
     // Hands the current state's content to the views and asks for layout and display.
     void updateContent();
 
@@ -94,6 +101,7 @@ class UIButton : public UIControl {
     std::map<std::uint32_t, StateContent> contents_;
     bool adjustsImageWhenHighlighted_ = true;
     std::shared_ptr<UIImageView> imageView_;
+    std::shared_ptr<UILabel> titleLabel_;
 };
 
 }  // namespace tarvik

@@ -42,28 +42,21 @@ UIImage UIImage::imageWithRenderingMode(UIImageRenderingMode mode) const {
     return copy;
 }
 
-void UIImage::drawInRect(cairo_t* context, Rect rect) const {
+void UIImage::drawInRect(cairo_t* context, Rect rect, const Color& tintColor) const {
     if (!isDrawable(bitmap_, rect)) {
         return;
     }
     PatternPointer pattern = stretchedOver(bitmap_, rect);
     cairo_save(context);
-    cairo_set_source(context, pattern.get());
     cairo_rectangle(context, rect.origin.x, rect.origin.y, rect.size.width, rect.size.height);
-    cairo_fill(context);
-    cairo_restore(context);
-}
-
-void UIImage::drawAsTemplateInRect(cairo_t* context, Rect rect, const Color& templateColor) const {
-    if (!isDrawable(bitmap_, rect)) {
-        return;
+    if (renderingMode_ == UIImageRenderingModeAlwaysTemplate) {
+        cairo_clip(context);
+        tintColor.setAsSourceIn(context);
+        cairo_mask(context, pattern.get());
+    } else {
+        cairo_set_source(context, pattern.get());
+        cairo_fill(context);
     }
-    PatternPointer mask = stretchedOver(bitmap_, rect);
-    cairo_save(context);
-    cairo_rectangle(context, rect.origin.x, rect.origin.y, rect.size.width, rect.size.height);
-    cairo_clip(context);
-    templateColor.setAsSourceIn(context);
-    cairo_mask(context, mask.get());
     cairo_restore(context);
 }
 

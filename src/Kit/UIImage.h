@@ -37,11 +37,10 @@ class UIImage {
     UIImageRenderingMode renderingMode() const { return renderingMode_; }
     UIImage imageWithRenderingMode(UIImageRenderingMode mode) const;
 
-    // Draws the image stretched over `rect` of `context`, in its own colours, or for
-    // `templateColor` that colour through the image's alpha. Cairo resamples the pixels once,
-    // at the context's own scale.
-    void drawInRect(cairo_t* context, Rect rect) const;
-    void drawAsTemplateInRect(cairo_t* context, Rect rect, const Color& templateColor) const;
+    // Draws the image stretched over `rect` of `context`: an always-template image as
+    // `tintColor` through its alpha, any other in its own colours. Cairo resamples the pixels
+    // once, at the context's own scale.
+    void drawInRect(cairo_t* context, Rect rect, const Color& tintColor) const;
 
   private:
     Image bitmap_;

@@ -103,12 +103,8 @@ void UIImageView::drawRect(cairo_t* context, Rect) {
     if (!image_) {
         return;
     }
-    Rect placed = contentRectForMode(image_->size(), bounds(), contentMode_);
-    if (image_->renderingMode() == UIImageRenderingModeAlwaysTemplate) {
-        image_->drawAsTemplateInRect(context, placed, tintColor());
-    } else {
-        image_->drawInRect(context, placed);
-    }
+    image_->drawInRect(context, contentRectForMode(image_->size(), bounds(), contentMode_),
+                       tintColor());
 }
 
 void UIImageView::tintColorDidChange() {

@@ -140,10 +140,14 @@ void UIView::addSubview(const std::shared_ptr<UIView>& view) {
         return;
     }
     std::shared_ptr<UIView> keep = view;  // removing it may drop its last other owner
+    Color formerTint = keep->tintColor();
     keep->removeFromSuperview();
     subviews_.push_back(keep);
     keep->superview_ = std::static_pointer_cast<UIView>(shared_from_this());
     keep->setNeedsDisplay();
+    if (keep->tintColor() != formerTint) {  // it inherits another tint here
+        keep->notifyTintColorDidChange();
+    }
 }
 
 void UIView::removeFromSuperview() {

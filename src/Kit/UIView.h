@@ -82,8 +82,9 @@ class UIView : public UIResponder {
     void setMultipleTouchEnabled(bool enabled) { multipleTouchEnabled_ = enabled; }
 
     // The colour that template images and a system button's title take: the view's own when
-    // set, otherwise the nearest superview's, otherwise the phone's system blue. Setting it
-    // calls `tintColorDidChange` on this view and on each subview that inherits it.
+    // set, otherwise the nearest superview's, otherwise the phone's system blue. Setting it,
+    // or moving the view where it inherits another, calls `tintColorDidChange` on the view
+    // and on each subview that inherits it.
     Color tintColor() const;
     void setTintColor(std::optional<Color> color);
     virtual void tintColorDidChange() {}

@@ -3,6 +3,7 @@
 #include "Kit/Render/SoftwareRenderer.h"
 #include "Kit/UIApplication.h"
 #include "Kit/UIButton.h"
+#include "Kit/UIFont.h"
 #include "Kit/UIImageView.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "Views/TVKButton.h"
@@ -201,6 +202,60 @@ TEST(KitButton, HighlightedCustomButtonsDarkenImagesWithoutOnesOfTheirOwn) {
     EXPECT_LT(darkGreen.green, green.green * 0.8);
     EXPECT_GT(darkGreen.green, green.green * 0.5);
     EXPECT_LE(darkGreen.red, green.red);
+}
+
+TEST(KitButton, TitlesFollowTheImageCentredInTheStatesColourAndTheInheritedTint) {
+    TestRuntime test;
+    auto button = UIButton::buttonWithType(UIButtonTypeCustom);
+    button->setFrame({{0, 0}, {200, 44}});
+    button->setImage(disc(tarvik_drawRedColor(), 24), UIControlStateNormal);
+    button->setTitle("Back", UIControlStateNormal);
+    button->setTitleColor(tarvik_darkTextColor(), UIControlStateNormal);
+    button->setTitleColor(tarvik_drawRedColor(), UIControlStateHighlighted);
+    std::shared_ptr<UILabel> label = button->titleLabel();
+    EXPECT_EQ(label->font().pointSize(), 15);
+    EXPECT_EQ(label->text(), "Back");
+    EXPECT_EQ(label->textColor(), tarvik_darkTextColor());
+    button->layoutIfNeeded();
+    Rect image = button->imageView()->frame();
+    Rect title = label->frame();
+    Size natural = label->sizeThatFits({0, 0});
+    EXPECT_GT(natural.width, 0);
+    EXPECT_EQ(title.size, natural);
+    EXPECT_EQ(title.origin.x, image.origin.x + 24);
+    EXPECT_DOUBLE_EQ(image.origin.x, 200 - (title.origin.x + title.size.width));  // centred
+    EXPECT_DOUBLE_EQ(title.origin.y + title.size.height / 2, 22);
+    EXPECT_EQ(button->intrinsicContentSize(),
+              (Size{24 + natural.width, std::max(24.0, natural.height)}));
+    button->setHighlighted(true);
+    EXPECT_EQ(label->textColor(), tarvik_drawRedColor());
+
+    label->setFont(UIFont::systemFontOfSize(30));
+    button->setNeedsLayout();
+    button->layoutIfNeeded();
+    EXPECT_GT(label->frame().size.width, natural.width);
+    button->setFrame({{0, 0}, {40, 44}});  // 16 points left beside the image
+    button->layoutIfNeeded();
+    EXPECT_LE(label->frame().size.width, 16);
+
+    // A system button's title takes the tint of wherever it is put.
+    auto system = UIButton::buttonWithType(UIButtonTypeSystem);
+    system->setFrame({{0, 0}, {100, 44}});
+    system->setTitle("Done", UIControlStateNormal);
+    auto parent = std::make_shared<UIView>(Rect{{0, 0}, {100, 44}});
+    parent->setBackgroundColor(kWhite);
+    parent->setTintColor(tarvik_drawGreenColor());
+    parent->addSubview(system);
+    EXPECT_EQ(system->titleLabel()->textColor(), tarvik_drawGreenColor());
+    Picture picture(*parent);
+    int greenish = 0;
+    for (double y = 0; y < 44; y += 0.5) {
+        for (double x = 0; x < 100; x += 0.5) {
+            Pixel pixel = picture.at(x, y);
+            greenish += pixel.green > 200 && pixel.red < 150 ? 1 : 0;
+        }
+    }
+    EXPECT_GT(greenish, 20);
 }
 
 // Receives the actions of the tests' controls.
