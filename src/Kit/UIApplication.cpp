@@ -27,6 +27,12 @@ void UIApplication::sendEvent(const UIEvent& event) {
     }
 }
 
+void UIApplication::setFirstResponder(const std::shared_ptr<UIResponder>& responder) {
+    firstResponder_ = responder;
+    Runtime::current().mainQueue().async(
+        [this] { keyboard_.update(dynamic_cast<UIKeyInput*>(firstResponder().get()) != nullptr); });
+}
+
 bool UIApplication::viewHasActiveTouch(const UIView* view) const {
     for (const auto& [finger, active] : activeTouches_) {
         if (!active.ignored && active.touch->view().get() == view) {
@@ -68,7 +74,16 @@ void UIApplication::handleTouch(const std::shared_ptr<UIWindow>& window, std::ui
 
 bool UIApplication::sendAction(const Selector& action, const std::shared_ptr<NSObject>& target,
                                const std::shared_ptr<NSObject>& sender, const UIEvent* event) {
-    return target && action.perform(*target, sender, event);
+    if (target) {
+        return action.perform(*target, sender, event);
+    }
+    for (std::shared_ptr<UIResponder> responder = firstResponder(); responder;
+         responder = responder->nextResponder()) {
+        if (action.perform(*responder, sender, event)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::shared_ptr<UIWindow> UIApplication::keyWindow() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Kit/Selector.h"
+#include "Kit/UIKeyboard.h"
 #include "Kit/UIResponder.h"
 #include "Kit/UIWindow.h"
 #include "Platform/Orientation.h"
@@ -34,8 +35,9 @@ class UIApplication : public UIResponder {
                      UITouchPhase phase, Point location);
 
     // Performs `action` on `target` for `sender`; `event` is the input behind it, none when
-    // code sent it. Whether it was delivered: not when there is no target (the toolkit has no
-    // first responder to look for one in) or the target is not of the action's class.
+    // code sent it. Without a target, the first responder or the first responder after it of
+    // the action's class takes it. Whether it was delivered: not when no responder is of the
+    // action's class, nor when the target is not.
     virtual bool sendAction(const Selector& action, const std::shared_ptr<NSObject>& target,
                             const std::shared_ptr<NSObject>& sender, const UIEvent* event);
 
@@ -46,6 +48,13 @@ class UIApplication : public UIResponder {
 
     // The orientation the interface is drawn in, as the platform reports it now.
     UIInterfaceOrientation statusBarOrientation() const;
+
+    // The responder that keyboard input goes to, if any. Setting it brings the keyboard up or
+    // down to match, in a later turn of the main queue (after the editing callbacks, and once
+    // for a move from one field to another).
+    std::shared_ptr<UIResponder> firstResponder() const { return firstResponder_.lock(); }
+    void setFirstResponder(const std::shared_ptr<UIResponder>& responder);
+    UIKeyboard& keyboard() { return keyboard_; }
 
   private:
     friend class UIWindow;
@@ -60,6 +69,8 @@ class UIApplication : public UIResponder {
     std::map<std::uint64_t, ActiveTouch> activeTouches_;
     // Windows in the order they were last made key, the latest last.
     std::vector<std::weak_ptr<UIWindow>> keyWindows_;
+    std::weak_ptr<UIResponder> firstResponder_;
+    UIKeyboard keyboard_;
 };
 
 }  // namespace tarvik

@@ -5,6 +5,7 @@
 
 #include <cairo.h>
 
+#include <cstddef>
 #include <vector>
 
 namespace tarvik {
@@ -32,6 +33,11 @@ class UIBezierPath {
 
     // Strokes the path in `color` with its line width, over what is there or clearing it.
     void stroke(cairo_t* context, const Color& color, CGBlendMode mode = CGBlendMode::Normal) const;
+    // The area that stroking the path's last `count` elements covers, from where the element
+    // before them ends (the whole path when it has no more). A path grown by one curve looks
+    // different only within its last two: the new curve and its join with the one before.
+    Rect strokeBoundsOfLast(std::size_t count) const;
+    Rect strokeBounds() const { return strokeBoundsOfLast(elements_.size()); }
 
   private:
     enum class Kind { Move, Line, Quad, Arc };
@@ -43,6 +49,9 @@ class UIBezierPath {
         bool clockwise = true;
     };
     void addTo(cairo_t* context) const;
+    static void addElement(cairo_t* context, const Element& element);
+    static Point endPoint(const Element& element);
+    void setStrokeStyle(cairo_t* context) const;
 
     std::vector<Element> elements_;
     double lineWidth_ = 1;

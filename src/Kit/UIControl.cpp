@@ -50,12 +50,13 @@ void UIControl::setHighlighted(bool highlighted) {
 void UIControl::addTarget(const std::shared_ptr<NSObject>& target, Selector action,
                           std::uint32_t events) {
     for (TargetAction& existing : targetActions_) {
-        if (existing.action == action && existing.target.lock() == target) {
+        bool sameTarget = existing.toFirstResponder ? !target : existing.target.lock() == target;
+        if (existing.action == action && sameTarget) {
             existing.events |= events;
             return;
         }
     }
-    targetActions_.push_back({target, std::move(action), events});
+    targetActions_.push_back({target, !target, std::move(action), events});
 }
 
 void UIControl::sendActionsForControlEvents(std::uint32_t events, const UIEvent* event) {
@@ -65,7 +66,8 @@ void UIControl::sendActionsForControlEvents(std::uint32_t events, const UIEvent*
         if ((targetAction.events & events) == 0) {
             continue;
         }
-        if (std::shared_ptr<NSObject> target = targetAction.target.lock()) {
+        std::shared_ptr<NSObject> target = targetAction.target.lock();
+        if (target || targetAction.toFirstResponder) {
             sendAction(targetAction.action, target, event);
         }
     }

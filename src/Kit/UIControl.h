@@ -56,8 +56,9 @@ class UIControl : public UIView {
     bool isTracking() const { return tracking_; }
     bool isTouchInside() const { return touchInside_; }
 
-    // Sends `action` to `target` for each of `events`. The target is not kept alive: once it
-    // is gone its actions are not sent. Adding a target's action again adds its events to it.
+    // Sends `action` to `target` for each of `events`; without a target, to the first
+    // responder that takes it. The target is not kept alive: once it is gone its actions are
+    // not sent. Adding a target's action again adds its events to it.
     void addTarget(const std::shared_ptr<NSObject>& target, Selector action, std::uint32_t events);
     // Sends the actions of every target registered for any of `events`, in the order they
     // were added; `event` is the input that caused it, none when code asks.
@@ -78,6 +79,7 @@ class UIControl : public UIView {
   private:
     struct TargetAction {
         std::weak_ptr<NSObject> target;
+        bool toFirstResponder;  // added without a target
         Selector action;
         std::uint32_t events;
     };

@@ -93,11 +93,22 @@ Rect UIView::frame() const {
 }
 
 void UIView::setFrame(Rect frame) {
-    center_ = midpoint(frame);
+    setCenter(midpoint(frame));
     setBounds({bounds_.origin, frame.size});
 }
 
+void UIView::setCenter(Point center) {
+    willChange(AnimatableProperty::Center);
+    center_ = center;
+}
+
+void UIView::setTransform(AffineTransform transform) {
+    willChange(AnimatableProperty::Transform);
+    transform_ = transform;
+}
+
 void UIView::setBounds(Rect bounds) {
+    willChange(AnimatableProperty::Bounds);
     Size oldSize = bounds_.size;
     bounds_ = bounds;
     if (oldSize != bounds.size) {
@@ -173,11 +184,13 @@ bool UIView::isDescendantOfView(const UIView& view) const {
 }
 
 void UIView::setBackgroundColor(std::optional<Color> color) {
+    willChange(AnimatableProperty::BackgroundColor);
     backgroundColor_ = color;
     setNeedsDisplay();
 }
 
 void UIView::setAlpha(double alpha) {
+    willChange(AnimatableProperty::Alpha);
     alpha_ = alpha;
     setNeedsDisplay();
 }
@@ -265,7 +278,8 @@ Rect UIView::convertRectToView(Rect rect, const UIView* view) const {
 }
 
 std::shared_ptr<UIView> UIView::hitTest(Point point) {
-    if (hidden_ || !userInteractionEnabled_ || alpha_ < 0.01 || !pointInside(point)) {
+    if (hidden_ || !userInteractionEnabled_ || alpha_ < 0.01 || animationBlocksTouches() ||
+        !pointInside(point)) {
         return nullptr;
     }
     for (auto it = subviews_.rbegin(); it != subviews_.rend(); ++it) {

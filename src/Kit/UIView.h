@@ -3,11 +3,13 @@
 #include "Kit/AffineTransform.h"
 #include "Kit/Color.h"
 #include "Kit/UIResponder.h"
+#include "Kit/UIViewAnimation.h"
 #include "Platform/Geometry.h"
 
 #include <cairo.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -30,7 +32,20 @@ struct CALayerStyle {
     std::optional<Color> borderColor;
     double borderWidth = 0;
     double cornerRadius = 0;
+    bool operator==(const CALayerStyle&) const = default;
 };
+
+// What a view shows at one moment, animations included: its values as they are rendered.
+// `center` also carries the offset of its layer's position animations.
+struct UIViewPresentation {
+    Point center;
+    Rect bounds;
+    AffineTransform transform;
+    double alpha = 1;
+    std::optional<Color> backgroundColor;
+};
+
+class UIViewAnimationTransaction;
 
 // A rectangle of the screen in a tree of views. Geometry is in points and never rounded: the
 // frame is where the view lies in its superview, the bounds its own coordinate space; a
@@ -48,9 +63,9 @@ class UIView : public UIResponder {
     Rect bounds() const { return bounds_; }
     void setBounds(Rect bounds);
     Point center() const { return center_; }
-    void setCenter(Point center) { center_ = center; }
+    void setCenter(Point center);
     AffineTransform transform() const { return transform_; }
-    void setTransform(AffineTransform transform) { transform_ = transform; }
+    void setTransform(AffineTransform transform);
 
     std::uint32_t autoresizingMask() const { return autoresizingMask_; }
     void setAutoresizingMask(std::uint32_t mask) { autoresizingMask_ = mask; }
@@ -118,7 +133,42 @@ class UIView : public UIResponder {
     // renderer's).
     virtual void drawRect(cairo_t* context, Rect rect);
 
+    // Animations (UIViewAnimation.cpp). Inside `animations` the values set (centre, frame and
+    // bounds, alpha, transform, background colour) change at once; what is rendered moves to
+    // them over the duration, after the delay, on the runtime's media clock. A spring moves with
+    // `dampingRatio` (1: no overshoot) and `velocity` (the whole distance per second).
+    static void animateWithDuration(double duration, double delay, double dampingRatio,
+                                    double velocity, std::uint32_t options,
+                                    const std::function<void()>& animations,
+                                    UIViewAnimationCompletion completion = {});
+    // Ease-in-out, no delay.
+    static void animateWithDuration(double duration, const std::function<void()>& animations,
+                                    UIViewAnimationCompletion completion = {});
+    // The older form: values set between begin and commit animate, by default over 0.2 s,
+    // ease-in-out. The name and context are accepted for the phone's calls; nothing reads them.
+    static void beginAnimations(const char* animationID, void* context);
+    static void setAnimationDuration(double duration);
+    static void setAnimationBeginsFromCurrentState(bool fromCurrentState);
+    static void commitAnimations();
+
+    // The values rendered at media time `now` (the runtime's now when left out).
+    UIViewPresentation presentationValues(double now) const;
+    UIViewPresentation presentationValues() const;
+    // Whether a view or layer animation of this view is under way (or waits for its delay).
+    bool isAnimating(double now) const;
+    // The animations of the view's layer (its look is `layer()`).
+    CALayerAnimations& layerAnimations();
+
   private:
+    friend class UIViewAnimationTransaction;
+
+    // Told before an animatable value changes, so that an open animation block records it.
+    void willChange(AnimatableProperty property);
+    // None for the background colour when there is none.
+    std::optional<AnimatableValue> modelValue(AnimatableProperty property) const;
+    bool animationBlocksTouches() const;
+    ViewAnimations& animationState();
+
     void resizeSubviews(Size oldSize);
     void notifyTintColorDidChange();
     void autoresize(Size oldSuperviewSize, Size newSuperviewSize);
@@ -144,6 +194,7 @@ class UIView : public UIResponder {
     std::optional<Color> tintColor_;
     std::optional<Rect> needsDisplayRect_;
     bool needsLayout_ = true;
+    std::shared_ptr<ViewAnimations> animations_;  // made on the first animation
 };
 
 // Geometry helpers of the toolkit.

@@ -16,7 +16,8 @@ void NotificationCenter::removeObserver(Token token) {
     std::erase_if(observers_, [token](const Observer& o) { return o.token == token; });
 }
 
-void NotificationCenter::post(std::string name, std::shared_ptr<void> object) {
+void NotificationCenter::post(std::string name, std::shared_ptr<void> object,
+                              std::shared_ptr<void> userInfo) {
     std::vector<std::shared_ptr<Handler>> handlers;
     {
         std::lock_guard lock(mutex_);
@@ -27,7 +28,7 @@ void NotificationCenter::post(std::string name, std::shared_ptr<void> object) {
         }
     }
     // Handlers run outside the lock so that they may post or observe in turn.
-    Notification notification{std::move(name), std::move(object)};
+    Notification notification{std::move(name), std::move(object), std::move(userInfo)};
     for (const auto& handler : handlers) {
         (*handler)(notification);
     }

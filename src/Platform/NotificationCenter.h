@@ -11,11 +11,16 @@ namespace tarvik {
 
 struct Notification {
     std::string name;
-    std::shared_ptr<void> object;  // the sender's object, or none
+    std::shared_ptr<void> object;    // the sender's object, or none
+    std::shared_ptr<void> userInfo;  // details of the notification, or none
 
     template <class T>
     std::shared_ptr<T> objectAs() const {
         return std::static_pointer_cast<T>(object);
+    }
+    template <class T>
+    std::shared_ptr<T> userInfoAs() const {
+        return std::static_pointer_cast<T>(userInfo);
     }
 };
 
@@ -27,7 +32,8 @@ class NotificationCenter {
 
     Token addObserver(std::string name, Handler handler);
     void removeObserver(Token token);
-    void post(std::string name, std::shared_ptr<void> object = nullptr);
+    void post(std::string name, std::shared_ptr<void> object = nullptr,
+              std::shared_ptr<void> userInfo = nullptr);
 
   private:
     struct Observer {

@@ -22,7 +22,14 @@ void TVKQuadDrawView::reset() {
 
 void TVKQuadDrawView::setEraserModeEnabled(bool enabled) {
     eraserModeEnabled_ = enabled;
+    if (path_.isEmpty()) {
+        path_.setLineWidth(enabled ? kEraserWidth : kPenWidth);
+        return;
+    }
+    // The stroke in progress changes width all along, not only where it grows next.
+    Rect before = path_.strokeBounds();
     path_.setLineWidth(enabled ? kEraserWidth : kPenWidth);
+    setNeedsDisplayInRect(rectUnion(before, path_.strokeBounds()));
 }
 
 Point TVKQuadDrawView::locationOf(const UITouchSet& touches) const {
@@ -47,7 +54,7 @@ void TVKQuadDrawView::touchesMoved(const UITouchSet& touches, const UIEvent&) {
     // the sample stored in pts_[2] one move earlier is overwritten before it is ever used.
     pts_[2] = {(pts_[1].x + pts_[3].x) / 2, (pts_[1].y + pts_[3].y) / 2};
     path_.addQuadCurveToPoint(pts_[2], pts_[1]);
-    setNeedsDisplay();
+    setNeedsDisplayInRect(path_.strokeBoundsOfLast(2));
     pts_[0] = pts_[2];
     pts_[1] = pts_[3];
     ctr_ = 1;
@@ -70,7 +77,7 @@ void TVKQuadDrawView::touchesEnded(const UITouchSet&, const UIEvent&) {
             break;
     }
     drawBitmap();
-    setNeedsDisplay();
+    setNeedsDisplayInRect(path_.strokeBounds());  // the live stroke became the baked one
     path_.removeAllPoints();
     ctr_ = 0;
     if (auto delegate = delegate_.lock()) {
@@ -120,6 +127,11 @@ void TVKQuadDrawView::drawBitmap() {
 }
 
 void TVKQuadDrawView::drawRect(cairo_t* context, Rect rect) {
+    // A live eraser stroke clears the canvas's own ink only, not what lies under the canvas:
+    // the bitmap and the stroke meet in a group of their own first.
+    if (eraserModeEnabled_) {
+        cairo_push_group(context);
+    }
     if (incrementalImage_) {
         cairo_save(context);
         cairo_rectangle(context, rect.origin.x, rect.origin.y, rect.size.width, rect.size.height);
@@ -132,6 +144,10 @@ void TVKQuadDrawView::drawRect(cairo_t* context, Rect rect) {
         cairo_restore(context);
     }
     strokePath(context);
+    if (eraserModeEnabled_) {
+        cairo_pop_group_to_source(context);
+        cairo_paint(context);
+    }
 }
 
 }  // namespace tarvik

@@ -271,6 +271,20 @@ class Receiver : public NSObject {
     void didTouchUpOutside() { ++touchUpsOutside; }
 };
 
+// A view that takes the keyboard, inside one that handles an action.
+class Field : public UIView {
+  public:
+    bool canBecomeFirstResponder() const override { return true; }
+};
+
+class Form : public UIView {
+    TVK_KIT_CLASS(Form, UIView)
+
+  public:
+    int submits = 0;
+    void didTapSubmitButton() { ++submits; }
+};
+
 class ButtonTracking : public ::testing::Test {
   protected:
     TestRuntime test;
@@ -343,6 +357,20 @@ TEST_F(ButtonTracking, ActionsAreDeliveredOnlyToTargetsOfTheirClassAndOnlyOnce) 
     button->sendActionsForControlEvents(UIControlEventTouchUpInside);
     button->sendActionsForControlEvents(UIControlEventValueChanged);
     EXPECT_EQ(receiver->taps.size(), 3u);
+
+    // Without a target the action goes up the responder chain from the first responder to the
+    // first responder of its class.
+    auto form = std::make_shared<Form>();
+    auto field = std::make_shared<Field>();
+    form->addSubview(field);
+    Selector submit = Selector::method("didTapSubmitButton", &Form::didTapSubmitButton);
+    button->addTarget(nullptr, submit, UIControlEventTouchUpInside);
+    button->sendActionsForControlEvents(UIControlEventTouchUpInside);
+    EXPECT_EQ(form->submits, 0);  // no first responder yet
+    ASSERT_TRUE(field->becomeFirstResponder());
+    button->sendActionsForControlEvents(UIControlEventTouchUpInside);
+    EXPECT_EQ(form->submits, 1);
+    EXPECT_EQ(receiver->taps.size(), 5u);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "Helpers/UIColor+Tarvik.h"
 #include "Kit/Render/SoftwareRenderer.h"
+#include "Platform/Testing/TestRuntime.h"
 
 #include <gtest/gtest.h>
 
@@ -37,6 +38,7 @@ class Overflowing : public UIView {
 // The editor's pen tool bar over a dark screen: white, bordered, rounded and clipping, with a
 // rotated child, a half-transparent one and one hidden.
 TEST(SoftwareRenderer, DrawsBackgroundsBordersCornersClippingRotationAndAlpha) {
+    testing::TestRuntime test;  // the media time that animations are rendered at
     Color dark = tarvik_darkTextColor();
     auto screen = viewWith({{0, 0}, {220, 80}}, dark);
     auto bar = viewWith({{8, 16}, {196, 48}}, Color::colorWithRed(1, 1, 1, 1));

@@ -2,6 +2,7 @@
 #include "Kit/Render/SoftwareRenderer.h"
 #include "Kit/Render/TextLayout.h"
 #include "Kit/UILabel.h"
+#include "Platform/Testing/TestRuntime.h"
 
 #include <gtest/gtest.h>
 
@@ -70,6 +71,7 @@ TEST(TextLayout, WrapsIntoWholeLineBoxesAndKeepsOnlyTheLinesAsked) {
 
 // "Shake" in blue over dark text, bold 20, centred: the colour ranges reach the pixels.
 TEST(Label, DrawsAttributedColourRangesCentredInItsBounds) {
+    testing::TestRuntime test;
     const std::string message = "Shake bug";
     NSAttributedString text(message);
     text.addAttributes({.foregroundColor = tarvik_drawBlueColor()},

@@ -1,5 +1,7 @@
 #include "Kit/Render/SoftwareRenderer.h"
 
+#include "Platform/Runtime.h"
+
 #include <algorithm>
 #include <numbers>
 
@@ -26,13 +28,12 @@ void roundedRectangle(cairo_t* context, Rect rect, double radius) {
 }
 
 // The border lies inside the bounds, over the content and the subviews.
-void drawBorder(cairo_t* context, const UIView& view) {
+void drawBorder(cairo_t* context, const UIView& view, Rect bounds) {
     const CALayerStyle& layer = view.layer();
     if (!layer.borderColor || layer.borderWidth <= 0) {
         return;
     }
     double half = layer.borderWidth / 2;
-    Rect bounds = view.bounds();
     Rect inset{{bounds.origin.x + half, bounds.origin.y + half},
                {bounds.size.width - layer.borderWidth, bounds.size.height - layer.borderWidth}};
     roundedRectangle(context, inset, layer.cornerRadius - half);
@@ -41,26 +42,39 @@ void drawBorder(cairo_t* context, const UIView& view) {
     cairo_stroke(context);
 }
 
+// Whether `bounds` (in the context's user space) lies wholly outside the part that the context
+// may still change.
+bool outsideClip(cairo_t* context, Rect bounds) {
+    double left, top, right, bottom;
+    cairo_clip_extents(context, &left, &top, &right, &bottom);
+    return bounds.origin.x >= right || bounds.origin.x + bounds.size.width <= left ||
+           bounds.origin.y >= bottom || bounds.origin.y + bounds.size.height <= top;
+}
+
 }  // namespace
 
 std::optional<Image> SoftwareRenderer::render(UIView& root, double scale) {
     Rect bounds = root.bounds();
+    double now = Runtime::current().clock().mediaTime();
     return Image::render(bounds.size.width, bounds.size.height, scale, Image::Transparent,
-                         [&](cairo_t* context) {
-                             // The root's frame places it; its bounds fill the bitmap.
-                             Rect frame = root.frame();
-                             cairo_translate(context, -frame.origin.x, -frame.origin.y);
-                             drawView(context, root);
-                         });
+                         [&](cairo_t* context) { drawRoot(context, root, now); });
 }
 
-void SoftwareRenderer::drawView(cairo_t* context, UIView& view) {
-    if (view.isHidden() || view.alpha() <= 0) {
+void SoftwareRenderer::drawRoot(cairo_t* context, UIView& root, double now) {
+    // The root's frame (as the model has it) places it; its bounds fill the bitmap.
+    Rect frame = root.frame();
+    cairo_translate(context, -frame.origin.x, -frame.origin.y);
+    drawView(context, root, now);
+}
+
+void SoftwareRenderer::drawView(cairo_t* context, UIView& view, double now) {
+    UIViewPresentation shown = view.presentationValues(now);
+    if (view.isHidden() || shown.alpha <= 0) {
         return;
     }
-    Rect bounds = view.bounds();
-    Point center = view.center();
-    AffineTransform turn = view.transform();
+    Rect bounds = shown.bounds;
+    Point center = shown.center;
+    AffineTransform turn = shown.transform;
     cairo_save(context);
     // A point of the bounds lies at centre + transform(point - bounds' middle).
     cairo_translate(context, center.x, center.y);
@@ -68,22 +82,31 @@ void SoftwareRenderer::drawView(cairo_t* context, UIView& view) {
     cairo_transform(context, &matrix);
     cairo_translate(context, -bounds.origin.x - bounds.size.width / 2,
                     -bounds.origin.y - bounds.size.height / 2);
-    bool faded = view.alpha() < 1;
+    // A view's own drawing never leaves its bounds: one wholly outside the clip (the damaged
+    // part of a frame) is not drawn, and neither are its subviews when it clips them.
+    bool outside = outsideClip(context, bounds);
+    if (outside && view.clipsToBounds()) {
+        cairo_restore(context);
+        return;
+    }
+    bool faded = shown.alpha < 1;
     if (faded) {
         cairo_push_group(context);
     }
 
     const CALayerStyle& layer = view.layer();
-    if (std::optional<Color> background = view.backgroundColor()) {
+    if (shown.backgroundColor && !outside) {
         roundedRectangle(context, bounds, layer.cornerRadius);
-        background->setAsSourceIn(context);
+        shown.backgroundColor->setAsSourceIn(context);
         cairo_fill(context);
     }
-    cairo_save(context);
-    roundedRectangle(context, bounds, view.clipsToBounds() ? layer.cornerRadius : 0);
-    cairo_clip(context);  // a view's own drawing never leaves its bounds
-    view.drawRect(context, bounds);
-    cairo_restore(context);
+    if (!outside) {
+        cairo_save(context);
+        roundedRectangle(context, bounds, view.clipsToBounds() ? layer.cornerRadius : 0);
+        cairo_clip(context);
+        view.drawRect(context, bounds);
+        cairo_restore(context);
+    }
 
     cairo_save(context);
     if (view.clipsToBounds()) {
@@ -91,14 +114,16 @@ void SoftwareRenderer::drawView(cairo_t* context, UIView& view) {
         cairo_clip(context);
     }
     for (const std::shared_ptr<UIView>& subview : view.subviews()) {
-        drawView(context, *subview);
+        drawView(context, *subview, now);
     }
     cairo_restore(context);
-    drawBorder(context, view);
+    if (!outside) {
+        drawBorder(context, view, bounds);
+    }
 
     if (faded) {
         cairo_pop_group_to_source(context);
-        cairo_paint_with_alpha(context, view.alpha());
+        cairo_paint_with_alpha(context, shown.alpha);
     }
     cairo_restore(context);
 }

@@ -159,6 +159,19 @@ Rect TextLayout::caretRectForIndex(std::size_t index) const {
     return {{fromPango(strong.x), fromPango(strong.y)}, {0, fromPango(strong.height)}};
 }
 
+std::size_t TextLayout::indexAtPoint(Point point) const {
+    int byte = 0;
+    int trailing = 0;
+    pango_layout_xy_to_index(layout_, toPango(point.x), toPango(point.y), &byte, &trailing);
+    const char* start = text_.c_str();
+    const char* position = start + byte;
+    for (; trailing > 0 && *position; --trailing) {
+        position = g_utf8_next_char(position);
+    }
+    return utf16Length(
+        std::string_view(text_).substr(0, static_cast<std::size_t>(position - start)));
+}
+
 FontMetrics metricsOfFont(const UIFont& font) {
     PangoFontMetrics* metrics =
         pango_context_get_metrics(sharedContext(), describe(font).get(), nullptr);

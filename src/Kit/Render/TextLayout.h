@@ -40,6 +40,9 @@ class TextLayout {
     // The caret before UTF-16 index `index`, relative to the layout's top left corner: zero
     // width, a line high.
     Rect caretRectForIndex(std::size_t index) const;
+    // The UTF-16 index of the insertion point nearest to `point` (relative to the top left
+    // corner), as a tap there places it.
+    std::size_t indexAtPoint(Point point) const;
 
   private:
     std::string text_;
