@@ -1,9 +1,25 @@
 #include "Kit/UIWindow.h"
 
+#include "Kit/UIApplication.h"
+
 namespace tarvik {
 
 UIWindow::UIWindow(Rect frame) : UIView(frame) {
     setHidden(true);
+}
+
+void UIWindow::makeKeyWindow() {
+    UIApplication::sharedApplication().windowDidBecomeKey(
+        std::static_pointer_cast<UIWindow>(shared_from_this()));
+}
+
+void UIWindow::makeKeyAndVisible() {
+    setHidden(false);
+    makeKeyWindow();
+}
+
+bool UIWindow::isKeyWindow() const {
+    return UIApplication::sharedApplication().keyWindow().get() == this;
 }
 
 void UIWindow::sendEvent(const UIEvent& event) {
