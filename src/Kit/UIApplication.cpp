@@ -1,13 +1,19 @@
 #include "Kit/UIApplication.h"
 
+#include "Kit/UIDevice.h"
 #include "Platform/Runtime.h"
 
+#include <algorithm>
 #include <set>
 
 namespace tarvik {
 
 UIApplication& UIApplication::sharedApplication() {
     return *Runtime::current().sharedInstance<UIApplication>();
+}
+
+UIApplication::UIApplication() {
+    UIDevice::currentDevice().beginGeneratingDeviceOrientationNotifications();
 }
 
 void UIApplication::sendEvent(const UIEvent& event) {
@@ -64,6 +70,42 @@ void UIApplication::handleTouch(const std::shared_ptr<UIWindow>& window, std::ui
         active.touch->update(phase, location, now);
         sendEvent(UIEvent(UIEventType::Touches, UIEventSubtype::None, {active.touch}, now));
     }
+}
+
+bool UIApplication::sendAction(const Selector& action, const std::shared_ptr<NSObject>& target,
+                               const std::shared_ptr<NSObject>& sender, const UIEvent* event) {
+    if (target) {
+        return action.perform(*target, sender, event);
+    }
+    for (std::shared_ptr<UIResponder> responder = firstResponder(); responder;
+         responder = responder->nextResponder()) {
+        if (action.perform(*responder, sender, event)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::shared_ptr<UIWindow> UIApplication::keyWindow() const {
+    for (auto it = keyWindows_.rbegin(); it != keyWindows_.rend(); ++it) {
+        std::shared_ptr<UIWindow> window = it->lock();
+        if (window && !window->isHidden()) {
+            return window;
+        }
+    }
+    return nullptr;
+}
+
+void UIApplication::windowDidBecomeKey(const std::shared_ptr<UIWindow>& window) {
+    std::erase_if(keyWindows_, [&](const std::weak_ptr<UIWindow>& earlier) {
+        std::shared_ptr<UIWindow> alive = earlier.lock();
+        return !alive || alive == window;
+    });
+    keyWindows_.push_back(window);
+}
+
+UIInterfaceOrientation UIApplication::statusBarOrientation() const {
+    return Runtime::current().platform().screen().interfaceOrientation();
 }
 
 }  // namespace tarvik

@@ -1,22 +1,28 @@
 #pragma once
 
+#include "Kit/Selector.h"
 #include "Kit/UIKeyboard.h"
 #include "Kit/UIResponder.h"
 #include "Kit/UIWindow.h"
+#include "Platform/Orientation.h"
 
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <vector>
 
 namespace tarvik {
 
-// The application as the toolkit sees it: every event passes its `sendEvent`, where whoever
-// watches the application's input can observe it. One per runtime, on the main queue.
+// The application as the toolkit sees it: every event passes its `sendEvent` and every
+// control's action its `sendAction`, where whoever watches the application's input can
+// observe them. One per runtime, on the main queue. Like the phone's, it has the device
+// generate orientation notifications from the moment it is made.
 class UIApplication : public UIResponder {
     TVK_KIT_CLASS(UIApplication, UIResponder)
 
   public:
     static UIApplication& sharedApplication();
+    UIApplication();
 
     // Hands an event to the windows of its touches.
     virtual void sendEvent(const UIEvent& event);
@@ -28,6 +34,21 @@ class UIApplication : public UIResponder {
     void handleTouch(const std::shared_ptr<UIWindow>& window, std::uint64_t finger,
                      UITouchPhase phase, Point location);
 
+    // Performs `action` on `target` for `sender`; `event` is the input behind it, none when
+    // code sent it. Without a target, the first responder or the first responder after it of
+    // the action's class takes it. Whether it was delivered: not when no responder is of the
+    // action's class, nor when the target is not.
+    virtual bool sendAction(const Selector& action, const std::shared_ptr<NSObject>& target,
+                            const std::shared_ptr<NSObject>& sender, const UIEvent* event);
+
+    // The window that takes the keyboard and other input not aimed at a point: the one most
+    // recently made key that still exists and is visible, so hiding a key window hands the
+    // part back to the one that held it before. None when there is no such window.
+    std::shared_ptr<UIWindow> keyWindow() const;
+
+    // The orientation the interface is drawn in, as the platform reports it now.
+    UIInterfaceOrientation statusBarOrientation() const;
+
     // The responder that keyboard input goes to, if any. Setting it brings the keyboard up or
     // down to match, in a later turn of the main queue (after the editing callbacks, and once
     // for a move from one field to another).
@@ -36,6 +57,9 @@ class UIApplication : public UIResponder {
     UIKeyboard& keyboard() { return keyboard_; }
 
   private:
+    friend class UIWindow;
+    void windowDidBecomeKey(const std::shared_ptr<UIWindow>& window);
+
     struct ActiveTouch {
         std::shared_ptr<UITouch> touch;
         bool ignored;  // a second finger on a view that takes one
@@ -43,6 +67,8 @@ class UIApplication : public UIResponder {
     bool viewHasActiveTouch(const UIView* view) const;
 
     std::map<std::uint64_t, ActiveTouch> activeTouches_;
+    // Windows in the order they were last made key, the latest last.
+    std::vector<std::weak_ptr<UIWindow>> keyWindows_;
     std::weak_ptr<UIResponder> firstResponder_;
     UIKeyboard keyboard_;
 };

@@ -151,10 +151,14 @@ void UIView::addSubview(const std::shared_ptr<UIView>& view) {
         return;
     }
     std::shared_ptr<UIView> keep = view;  // removing it may drop its last other owner
+    Color formerTint = keep->tintColor();
     keep->removeFromSuperview();
     subviews_.push_back(keep);
     keep->superview_ = std::static_pointer_cast<UIView>(shared_from_this());
     keep->setNeedsDisplay();
+    if (keep->tintColor() != formerTint) {  // it inherits another tint here
+        keep->notifyTintColorDidChange();
+    }
 }
 
 void UIView::removeFromSuperview() {
@@ -204,6 +208,29 @@ void UIView::setClipsToBounds(bool clips) {
 void UIView::setLayerStyle(CALayerStyle style) {
     layer_ = style;
     setNeedsDisplay();
+}
+
+Color UIView::tintColor() const {
+    for (const UIView* view = this; view; view = view->superview_.lock().get()) {
+        if (view->tintColor_) {
+            return *view->tintColor_;
+        }
+    }
+    return Color::colorWithRed(0, 122 / 255.0, 1, 1);
+}
+
+void UIView::setTintColor(std::optional<Color> color) {
+    tintColor_ = color;
+    notifyTintColorDidChange();
+}
+
+void UIView::notifyTintColorDidChange() {
+    tintColorDidChange();
+    for (const std::shared_ptr<UIView>& subview : subviews_) {
+        if (!subview->tintColor_) {
+            subview->notifyTintColorDidChange();
+        }
+    }
 }
 
 Point UIView::pointToSuperview(Point point) const {

@@ -96,6 +96,14 @@ class UIView : public UIResponder {
     bool isMultipleTouchEnabled() const { return multipleTouchEnabled_; }
     void setMultipleTouchEnabled(bool enabled) { multipleTouchEnabled_ = enabled; }
 
+    // The colour that template images and a system button's title take: the view's own when
+    // set, otherwise the nearest superview's, otherwise the phone's system blue. Setting it,
+    // or moving the view where it inherits another, calls `tintColorDidChange` on the view
+    // and on each subview that inherits it.
+    Color tintColor() const;
+    void setTintColor(std::optional<Color> color);
+    virtual void tintColorDidChange() {}
+
     // A point or rectangle of this view's bounds in `view`'s, and back. Views of different
     // trees meet in their roots' coordinates; none stands for the root's (the window's).
     Point convertPointToView(Point point, const UIView* view) const;
@@ -162,6 +170,7 @@ class UIView : public UIResponder {
     ViewAnimations& animationState();
 
     void resizeSubviews(Size oldSize);
+    void notifyTintColorDidChange();
     void autoresize(Size oldSuperviewSize, Size newSuperviewSize);
     Point pointToSuperview(Point point) const;
     Point pointFromSuperview(Point point) const;
@@ -182,6 +191,7 @@ class UIView : public UIResponder {
     CALayerStyle layer_;
     bool userInteractionEnabled_ = true;
     bool multipleTouchEnabled_ = false;
+    std::optional<Color> tintColor_;
     std::optional<Rect> needsDisplayRect_;
     bool needsLayout_ = true;
     std::shared_ptr<ViewAnimations> animations_;  // made on the first animation

@@ -1,5 +1,6 @@
 #include "Kit/UIWindow.h"
 
+#include "Kit/UIApplication.h"
 #include "Kit/UIViewController.h"
 
 #include <utility>
@@ -45,6 +46,20 @@ void UIWindow::setHidden(bool hidden) {
         rootViewController_->beginAppearanceTransition(!hidden, false);
         rootViewController_->endAppearanceTransition();
     }
+}
+
+void UIWindow::makeKeyWindow() {
+    UIApplication::sharedApplication().windowDidBecomeKey(
+        std::static_pointer_cast<UIWindow>(shared_from_this()));
+}
+
+void UIWindow::makeKeyAndVisible() {
+    setHidden(false);
+    makeKeyWindow();
+}
+
+bool UIWindow::isKeyWindow() const {
+    return UIApplication::sharedApplication().keyWindow().get() == this;
 }
 
 void UIWindow::sendEvent(const UIEvent& event) {

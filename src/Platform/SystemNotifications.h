@@ -9,4 +9,9 @@ namespace tarvik {
 inline constexpr const char* UIApplicationDidReceiveMemoryWarningNotification =
     "UIApplicationDidReceiveMemoryWarningNotification";
 
+// The device was turned (its orientation is `UIDevice::currentDevice().orientation()`). Posted
+// on the main queue while the device generates orientation notifications.
+inline constexpr const char* UIDeviceOrientationDidChangeNotification =
+    "UIDeviceOrientationDidChangeNotification";
+
 }  // namespace tarvik

@@ -127,6 +127,11 @@ void TVKQuadDrawView::drawBitmap() {
 }
 
 void TVKQuadDrawView::drawRect(cairo_t* context, Rect rect) {
+    // A live eraser stroke clears the canvas's own ink only, not what lies under the canvas:
+    // the bitmap and the stroke meet in a group of their own first.
+    if (eraserModeEnabled_) {
+        cairo_push_group(context);
+    }
     if (incrementalImage_) {
         cairo_save(context);
         cairo_rectangle(context, rect.origin.x, rect.origin.y, rect.size.width, rect.size.height);
@@ -139,6 +144,10 @@ void TVKQuadDrawView::drawRect(cairo_t* context, Rect rect) {
         cairo_restore(context);
     }
     strokePath(context);
+    if (eraserModeEnabled_) {
+        cairo_pop_group_to_source(context);
+        cairo_paint(context);
+    }
 }
 
 }  // namespace tarvik

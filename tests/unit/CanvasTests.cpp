@@ -1,3 +1,4 @@
+#include "Kit/Render/SoftwareRenderer.h"
 #include "Kit/UIApplication.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "Views/TVKQuadDrawView.h"
@@ -81,8 +82,22 @@ TEST_F(Canvas, ATapLeavesADotOfTheLineWidthsRadiusAndTheEraserClearsOneOf25) {
     EXPECT_EQ(alphaAt({85, 66}), 255);
 }
 
-TEST_F(Canvas, AnErasingStrokeOnAnEmptyCanvasMakesATransparentBitmap) {
+TEST_F(Canvas, AnErasingStrokeClearsOnlyTheCanvasAndOnAnEmptyOneMakesATransparentBitmap) {
+    // While the finger is down the stroke is drawn live: it clears ink, never the screen
+    // under the canvas.
+    window->setBackgroundColor(Color::colorWithRed(1, 0, 0, 1));
+    stroke({{10, 40}, {90, 40}});
     canvas->setEraserModeEnabled(true);
+    touch(UITouchPhase::Began, {50, 10});
+    for (double y : {30, 50, 70, 90}) {
+        touch(UITouchPhase::Moved, {50, y});
+    }
+    const Image live = *SoftwareRenderer::render(*window, 2);
+    EXPECT_EQ(live.pixelAt(100, 80), (Image::Pixel{255, 255, 0, 0}));
+    EXPECT_EQ(live.pixelAt(40, 80), (Image::Pixel{255, 0, 0, 0}));  // ink the eraser missed
+    touch(UITouchPhase::Ended, {50, 90});
+
+    canvas->reset();
     stroke({{20, 20}, {60, 70}});
     ASSERT_TRUE(canvas->drawnImage());
     for (int y = 0; y < 200; y += 3) {

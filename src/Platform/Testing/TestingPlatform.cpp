@@ -118,6 +118,41 @@ void FakeScreen::setStatusBarHeight(double height) {
     statusBarHeight_ = height;
 }
 
+UIDeviceOrientation FakeScreen::deviceOrientation() const {
+    std::lock_guard lock(mutex_);
+    return deviceOrientation_;
+}
+
+UIInterfaceOrientation FakeScreen::interfaceOrientation() const {
+    std::lock_guard lock(mutex_);
+    return interfaceOrientation_;
+}
+
+void FakeScreen::watchDeviceOrientation(std::function<void(UIDeviceOrientation)> onChange) {
+    std::lock_guard lock(mutex_);
+    onOrientationChange_ = std::move(onChange);
+}
+
+void FakeScreen::setInterfaceOrientation(UIInterfaceOrientation orientation) {
+    std::lock_guard lock(mutex_);
+    interfaceOrientation_ = orientation;
+}
+
+void FakeScreen::setDeviceOrientation(UIDeviceOrientation orientation) {
+    std::function<void(UIDeviceOrientation)> onChange;
+    {
+        std::lock_guard lock(mutex_);
+        if (deviceOrientation_ == orientation) {
+            return;
+        }
+        deviceOrientation_ = orientation;
+        onChange = onOrientationChange_;
+    }
+    if (onChange) {
+        onChange(orientation);  // outside the lock: the watcher may ask the screen again
+    }
+}
+
 TestingPlatform::TestingPlatform(std::string root)
     : root_(std::move(root)),
       runLoop_(clock_),

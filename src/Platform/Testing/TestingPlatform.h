@@ -87,22 +87,33 @@ class ScriptedConsoleCapture : public ConsoleCapture {
     std::array<std::string, 2> original_;
 };
 
-// A screen whose bounds, scale and status bar a test sets; until then a phone's: 375 × 667
-// points at scale 2 with a 20-point status bar.
+// A screen whose bounds, scale, orientations and status bar a test sets; until then a
+// phone's: 375 × 667 points at scale 2, held and shown upright, with a 20-point status bar.
 class FakeScreen : public ScreenMetrics {
   public:
     Rect bounds() const override;
     double scale() const override;
     double statusBarHeight() const override;
+    UIDeviceOrientation deviceOrientation() const override;
+    UIInterfaceOrientation interfaceOrientation() const override;
+    void watchDeviceOrientation(std::function<void(UIDeviceOrientation)> onChange) override;
+
     void setBounds(Rect bounds);
     void setScale(double scale);
     void setStatusBarHeight(double height);
+    // Turns the interface; nothing is reported (the phone reports the device's turns).
+    void setInterfaceOrientation(UIInterfaceOrientation orientation);
+    // Turns the device, and reports it to the watcher when the orientation changes.
+    void setDeviceOrientation(UIDeviceOrientation orientation);
 
   private:
     mutable std::mutex mutex_;
     Rect bounds_{{0, 0}, {375, 667}};
     double scale_ = 2;
     double statusBarHeight_ = 20;
+    UIDeviceOrientation deviceOrientation_ = UIDeviceOrientationPortrait;
+    UIInterfaceOrientation interfaceOrientation_ = UIInterfaceOrientationPortrait;
+    std::function<void(UIDeviceOrientation)> onOrientationChange_;
 };
 
 // Deterministic fakes: a virtual clock whose advance fires due timers in order, folders inside
