@@ -1,7 +1,7 @@
 #include "Kit/UIAlertController.h"
 
 #include "Kit/UILabel.h"
-#include "Platform/Runtime.h"
+#include "Kit/UIScreen.h"
 
 #include <algorithm>
 
@@ -131,7 +131,7 @@ void UIAlertController::addAction(std::shared_ptr<UIAlertAction> action) {
 }
 
 void UIAlertController::loadView() {
-    auto veil = std::make_shared<UIView>(Runtime::current().platform().screen().bounds());
+    auto veil = std::make_shared<UIView>(UIScreen::mainScreen().bounds());
     veil->setBackgroundColor(veilColor());
     card_ = makeCard();
     Size size = veil->bounds().size;
@@ -173,7 +173,7 @@ std::shared_ptr<UIView> UIAlertController::makeCard() {
         ordered.insert(sideBySide ? ordered.begin() : ordered.end(), moved);
     }
 
-    double hairline = 1 / Runtime::current().platform().screen().scale();
+    double hairline = 1 / UIScreen::mainScreen().scale();
     double buttonWidth = sideBySide ? kWidth / 2 : kWidth;
     std::weak_ptr<NSObject> weak = weak_from_this();
     for (std::size_t index = 0; index < ordered.size(); ++index) {

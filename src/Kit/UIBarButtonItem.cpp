@@ -8,4 +8,15 @@ std::shared_ptr<UIBarButtonItem> UIBarButtonItem::initWithCustomView(std::shared
     return item;
 }
 
+std::shared_ptr<UIBarButtonItem> UIBarButtonItem::initWithTitle(
+    std::string title, UIBarButtonItemStyle style, const std::shared_ptr<NSObject>& target,
+    std::optional<Selector> action) {
+    auto item = std::make_shared<UIBarButtonItem>();
+    item->title_ = std::move(title);
+    item->style_ = style;
+    item->target_ = target;
+    item->action_ = std::move(action);
+    return item;
+}
+
 }  // namespace tarvik

@@ -1,5 +1,6 @@
 #include "Kit/UINavigationController.h"
 
+#include "Kit/UIScreen.h"
 #include "Platform/Runtime.h"
 
 #include <algorithm>
@@ -59,7 +60,7 @@ std::shared_ptr<UIViewController> UINavigationController::topViewController() co
 
 void UINavigationController::loadView() {
     auto container = std::make_shared<UILayoutContainerView>(
-        Runtime::current().platform().screen().bounds(), [weak = weak_from_this()] {
+        UIScreen::mainScreen().bounds(), [weak = weak_from_this()] {
             if (auto self = std::static_pointer_cast<UINavigationController>(weak.lock())) {
                 self->layoutBarAndContent();
             }

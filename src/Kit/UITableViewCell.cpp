@@ -1,6 +1,6 @@
 #include "Kit/UITableViewCell.h"
 
-#include "Platform/Runtime.h"
+#include "Kit/UIScreen.h"
 
 namespace tarvik {
 
@@ -63,7 +63,7 @@ void UITableViewCell::drawRect(cairo_t* context, Rect) {
         return;
     }
     // One device pixel thick, on the cell's bottom edge.
-    double thickness = 1 / Runtime::current().platform().screen().scale();
+    double thickness = 1 / UIScreen::mainScreen().scale();
     Rect area = bounds();
     UIEdgeInsets inset = separatorFullWidth_ ? UIEdgeInsets{} : separatorInset_;
     Color::colorWithRed(200 / 255.0, 199 / 255.0, 204 / 255.0, 1).setAsSourceIn(context);

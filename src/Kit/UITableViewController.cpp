@@ -1,6 +1,6 @@
 #include "Kit/UITableViewController.h"
 
-#include "Platform/Runtime.h"
+#include "Kit/UIScreen.h"
 
 namespace tarvik {
 
@@ -9,8 +9,7 @@ std::shared_ptr<UITableView> UITableViewController::tableView() {
 }
 
 void UITableViewController::loadView() {
-    auto table =
-        std::make_shared<UITableView>(Runtime::current().platform().screen().bounds(), style_);
+    auto table = std::make_shared<UITableView>(UIScreen::mainScreen().bounds(), style_);
     auto self = std::static_pointer_cast<UITableViewController>(shared_from_this());
     table->setDataSource(std::static_pointer_cast<UITableViewDataSource>(self));
     table->setDelegate(std::static_pointer_cast<UITableViewDelegate>(self));

@@ -2,8 +2,8 @@
 
 #include "Kit/UINavigationController.h"
 #include "Kit/UINavigationItem.h"
+#include "Kit/UIScreen.h"
 #include "Kit/UIWindow.h"
-#include "Platform/Runtime.h"
 
 #include <algorithm>
 
@@ -48,7 +48,7 @@ void UIViewController::setView(std::shared_ptr<UIView> view) {
 }
 
 void UIViewController::loadView() {
-    setView(std::make_shared<UIView>(Runtime::current().platform().screen().bounds()));
+    setView(std::make_shared<UIView>(UIScreen::mainScreen().bounds()));
 }
 
 void UIViewController::beginAppearanceTransition(bool isAppearing, bool animated) {

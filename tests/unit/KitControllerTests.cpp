@@ -113,6 +113,79 @@ TEST(KitNavigationController, PushAndPopCallTheLifeCycleInThePhonesOrder) {
     }
 }
 
+Rect inWindow(const UIView& view) {
+    return view.convertRectToView(view.bounds(), nullptr);
+}
+
+Point middle(Rect rect) {
+    return {rect.origin.x + rect.size.width / 2, rect.origin.y + rect.size.height / 2};
+}
+
+// Receives a title item's action.
+class ItemTarget : public NSObject {
+  public:
+    std::vector<std::shared_ptr<UIBarButtonItem>> senders;
+    void done(const std::shared_ptr<UIBarButtonItem>& sender) { senders.push_back(sender); }
+};
+
+// The editor's and the form's bars: items at the phone's margins, the title centred, a back
+// button with the indicator and the previous title (or the indicator alone), popping on tap.
+TEST(KitNavigationBar, ItemsSitAtTheEdgesAndTheBackButtonPops) {
+    Screen screen;
+    auto editor = std::make_shared<UIViewController>();
+    editor->setTitle("Circle the Problem");
+    auto cancel = std::make_shared<UIView>(Rect{{0, 0}, {20, 20}});
+    auto send = std::make_shared<UIView>(Rect{{0, 0}, {24, 30}});
+    editor->navigationItem()->setLeftBarButtonItem(UIBarButtonItem::initWithCustomView(cancel));
+    editor->navigationItem()->setRightBarButtonItem(UIBarButtonItem::initWithCustomView(send));
+    auto navigation = std::make_shared<UINavigationController>(editor);
+    screen.show(navigation);
+    std::shared_ptr<UINavigationBar> bar = navigation->navigationBar();
+    EXPECT_EQ(inWindow(*bar), (Rect{{0, 20}, {375, 44}}));
+    EXPECT_EQ(inWindow(*cancel), (Rect{{16, 32}, {20, 20}}));
+    EXPECT_EQ(inWindow(*send), (Rect{{375 - 16 - 24, 27}, {24, 30}}));
+    EXPECT_DOUBLE_EQ(middle(inWindow(*bar->titleLabel())).x, 375 / 2.0);
+    EXPECT_EQ(bar->titleLabel()->text(), "Circle the Problem");
+    EXPECT_EQ(bar->backButtonView(), nullptr);
+
+    // The form: the previous title on the back button, a title item on the right.
+    auto form = std::make_shared<UIViewController>();
+    form->setTitle("Describe the Problem");
+    auto target = std::make_shared<ItemTarget>();
+    std::shared_ptr<UIBarButtonItem> submit = UIBarButtonItem::initWithTitle(
+        "Submit", UIBarButtonItemStyleDone, target, Selector::method("done:", &ItemTarget::done));
+    form->navigationItem()->setRightBarButtonItem(submit);
+    navigation->pushViewController(form, false);
+    std::shared_ptr<UIView> back = bar->backButtonView();
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(inWindow(*back).origin, (Point{0, 20}));
+    EXPECT_EQ(send->superview(), nullptr);
+    std::shared_ptr<UIView> submitView = bar->rightItemView();
+    EXPECT_DOUBLE_EQ(inWindow(*submitView).origin.x + inWindow(*submitView).size.width, 375 - 16);
+    screen.tap(middle(inWindow(*submitView)));
+    ASSERT_EQ(target->senders.size(), 1u);
+    EXPECT_EQ(target->senders[0], submit);  // the item is the sender, not its button
+    Rect backWithTitle = inWindow(*back);
+
+    // An empty back item shows the indicator alone: a narrower button.
+    navigation->popViewControllerAnimated(false);
+    editor->navigationItem()->setBackBarButtonItem(
+        UIBarButtonItem::initWithTitle("", UIBarButtonItemStylePlain, nullptr, std::nullopt));
+    navigation->pushViewController(form, false);
+    EXPECT_LT(inWindow(*back).size.width, backWithTitle.size.width / 3);
+
+    screen.tap(middle(inWindow(*back)));
+    screen.runtime.advance(1);
+    EXPECT_EQ(navigation->topViewController(), editor);
+    EXPECT_EQ(bar->backButtonView(), nullptr);
+    EXPECT_EQ(bar->leftItemView(), cancel);
+
+    // Wider bars keep their items 20 points from the edges.
+    screen.window->setBounds({{0, 0}, {414, 736}});
+    screen.window->layoutIfNeeded();
+    EXPECT_EQ(inWindow(*cancel).origin.x, 20);
+}
+
 // The reporter's alerts: presented over the form, dismissed by their button before the
 // button's handler runs.
 TEST(KitAlertController, TappingAnActionDismissesTheAlertAndThenRunsItsHandler) {
