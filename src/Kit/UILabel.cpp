@@ -9,19 +9,27 @@ UILabel::UILabel(Rect frame) : UIView(frame) {
     setUserInteractionEnabled(false);
 }
 
+// A change of what the text needs may move it and its neighbours: the superview lays out again.
+void UILabel::contentSizeChanged() {
+    setNeedsDisplay();
+    if (const auto superview = this->superview()) {
+        superview->setNeedsLayout();
+    }
+}
+
 void UILabel::setText(std::string text) {
     text_ = NSAttributedString(std::move(text));
-    setNeedsDisplay();
+    contentSizeChanged();
 }
 
 void UILabel::setAttributedText(NSAttributedString text) {
     text_ = std::move(text);
-    setNeedsDisplay();
+    contentSizeChanged();
 }
 
 void UILabel::setFont(UIFont font) {
     style_.font = std::move(font);
-    setNeedsDisplay();
+    contentSizeChanged();
 }
 
 void UILabel::setTextColor(Color color) {
@@ -36,7 +44,7 @@ void UILabel::setTextAlignment(NSTextAlignment alignment) {
 
 void UILabel::setNumberOfLines(int lines) {
     style_.numberOfLines = std::max(0, lines);
-    setNeedsDisplay();
+    contentSizeChanged();
 }
 
 Size UILabel::sizeThatFits(Size size) const {

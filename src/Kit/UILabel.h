@@ -39,6 +39,8 @@ class UILabel : public UIView {
     void drawRect(cairo_t* context, Rect rect) override;
 
   private:
+    void contentSizeChanged();
+
     NSAttributedString text_;
     TextStyle style_;
 };

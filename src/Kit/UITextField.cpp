@@ -15,10 +15,6 @@ Color defaultPlaceholderColor() {
 
 }  // namespace
 
-Color insertionPointColor() {
-    return Color::colorWithRed(0, 122 / 255.0, 1, 1);
-}
-
 void drawInsertionPoint(cairo_t* context, Rect caret, const Color& color) {
     color.setAsSourceIn(context);
     cairo_rectangle(context, caret.origin.x - 1, caret.origin.y, 2, caret.size.height);
@@ -252,7 +248,7 @@ void UITextField::drawRect(cairo_t* context, Rect) {
                                             : layout.caretRectForIndex(selectedRange().location);
         drawInsertionPoint(context,
                            {{origin.x + caret.origin.x, origin.y}, {0, style_.font.lineHeight()}},
-                           insertionPointColor());
+                           tintColor());
     }
     cairo_restore(context);
 }

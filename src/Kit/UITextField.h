@@ -113,9 +113,8 @@ class UITextField : public UIView, public UIKeyInput {
     std::weak_ptr<UITextFieldDelegate> delegate_;
 };
 
-// The insertion point as the toolkit draws it: a bar 2 points wide and a line high.
+// The insertion point as the toolkit draws it: a bar 2 points wide and a line high, in the
+// control's tint colour.
 void drawInsertionPoint(cairo_t* context, Rect caret, const Color& color);
-// The colour of insertion points until windows carry a tint.
-Color insertionPointColor();
 
 }  // namespace tarvik

@@ -183,7 +183,7 @@ void UITextView::drawRect(cairo_t* context, Rect) {
         // The caret of an empty line sits at the line's start, a full line high.
         const double top = origin.y + lineHeight * std::floor(caret.origin.y / lineHeight + 0.01);
         drawInsertionPoint(context, {{origin.x + caret.origin.x, top}, {0, lineHeight}},
-                           insertionPointColor());
+                           tintColor());
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <utility>
 
 namespace tarvik {
@@ -92,9 +93,28 @@ Rect UIView::frame() const {
     });
 }
 
+// A turned view keeps its transform: its bounds get the size whose turned bounding box is the
+// frame's size, so a window turned a quarter and given the screen's frame has the screen's
+// sides swapped. A turn of 45 degrees, where no size answers, keeps the bounds' size.
 void UIView::setFrame(Rect frame) {
     setCenter(midpoint(frame));
-    setBounds({bounds_.origin, frame.size});
+    // cos(pi / 2) is 6e-17, not 0: such dust would leave the swapped sides a hair off.
+    const auto magnitude = [](double value) {
+        return std::abs(value) < 1e-12 ? 0 : std::abs(value);
+    };
+    const double a = magnitude(transform_.a), b = magnitude(transform_.b);
+    const double c = magnitude(transform_.c), d = magnitude(transform_.d);
+    const double determinant = a * d - b * c;
+    Size size = frame.size;
+    if (!transform_.isIdentity()) {
+        if (std::abs(determinant) < 1e-9) {
+            size = bounds_.size;
+        } else {
+            size = {std::max(0.0, (frame.size.width * d - frame.size.height * c) / determinant),
+                    std::max(0.0, (frame.size.height * a - frame.size.width * b) / determinant)};
+        }
+    }
+    setBounds({bounds_.origin, size});
 }
 
 void UIView::setCenter(Point center) {

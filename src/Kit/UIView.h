@@ -57,7 +57,8 @@ class UIView : public UIResponder {
     explicit UIView(Rect frame = {});
 
     // The bounding box of the transformed bounds in the superview. Setting it sets the centre
-    // and the size of the bounds (the transform is kept, applied about the new centre).
+    // and the size of the bounds (the transform is kept, applied about the new centre; a view
+    // turned a quarter gets the frame's sides swapped).
     Rect frame() const;
     void setFrame(Rect frame);
     Rect bounds() const { return bounds_; }

@@ -100,6 +100,15 @@ TEST(KitViewGeometry, RotationTurnsTheFrameAndConversionsAboutTheCentre) {
     // Its top left corner is now at the top right of the turned rectangle.
     expectNear(turned->convertPointToView({0, 0}, root.get()), {125, 50});
 
+    // A window turned for landscape and given the screen's frame has the screen's sides
+    // swapped, exactly, and still covers the screen.
+    UIView window({{0, 0}, {375, 667}});
+    window.setTransform(AffineTransform::rotation(90 * 0.017453292519943295));
+    window.setFrame(window.bounds());
+    EXPECT_EQ(window.bounds().size, (Size{667, 375}));
+    EXPECT_EQ(window.center(), (Point{187.5, 333.5}));
+    expectNear(window.frame().origin, {0, 0});
+
     // A bounds origin shifts the content; conversions between siblings go both ways.
     auto scrolled = makeView({{200, 200}, {100, 100}});
     root->addSubview(scrolled);

@@ -74,6 +74,7 @@ RenderedFrame FrameRenderer::renderFrame() {
 }
 
 RenderedFrame FrameRenderer::renderFrame(double now) {
+    root_->layoutIfNeeded();  // as the phone lays out before it draws
     Walk walk(now, ++frameCount_);
     if (prepareBitmap()) {
         damage(walk, Rect{{0, 0}, root_->bounds().size});

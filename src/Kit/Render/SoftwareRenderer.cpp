@@ -54,6 +54,7 @@ bool outsideClip(cairo_t* context, Rect bounds) {
 }  // namespace
 
 std::optional<Image> SoftwareRenderer::render(UIView& root, double scale) {
+    root.layoutIfNeeded();  // as the phone lays out before it draws
     Rect bounds = root.bounds();
     double now = Runtime::current().clock().mediaTime();
     return Image::render(bounds.size.width, bounds.size.height, scale, Image::Transparent,
