@@ -157,8 +157,10 @@ UINavigationBar::UINavigationBar(Rect frame)
 }
 
 UINavigationBar::~UINavigationBar() {
-    if (top_) {
-        top_->didChange_ = nullptr;
+    for (const std::shared_ptr<UINavigationItem>& shown : {top_, back_}) {
+        if (shown) {
+            shown->didChange_ = nullptr;
+        }
     }
 }
 
@@ -213,13 +215,18 @@ void UINavigationBar::updateShadow() {
 
 void UINavigationBar::setItems(std::shared_ptr<UINavigationItem> top,
                                std::shared_ptr<UINavigationItem> back) {
-    if (top_) {
-        top_->didChange_ = nullptr;
+    for (const std::shared_ptr<UINavigationItem>& shown : {top_, back_}) {
+        if (shown) {
+            shown->didChange_ = nullptr;
+        }
     }
     top_ = std::move(top);
     back_ = std::move(back);
-    if (top_) {
-        top_->didChange_ = [this] { itemsChanged(); };
+    // The back item's titles show on the back button, so its changes count too.
+    for (const std::shared_ptr<UINavigationItem>& shown : {top_, back_}) {
+        if (shown) {
+            shown->didChange_ = [this] { itemsChanged(); };
+        }
     }
     itemsChanged();
 }
