@@ -8,4 +8,8 @@ Bundle tarvik_frameworkBundle() {
     return Runtime::current().platform().frameworkBundle();
 }
 
+std::string tarvik_localizedString(const std::string& key) {
+    return Runtime::current().platform().localization().translationForKey(key).value_or(key);
+}
+
 }  // namespace tarvik

@@ -104,6 +104,31 @@ void UIApplication::windowDidBecomeKey(const std::shared_ptr<UIWindow>& window) 
     keyWindows_.push_back(window);
 }
 
+void UIApplication::windowDidChangeVisibility(const std::shared_ptr<UIWindow>& window,
+                                              bool visible) {
+    std::erase_if(visibleWindows_, [&](const std::weak_ptr<UIWindow>& earlier) {
+        std::shared_ptr<UIWindow> alive = earlier.lock();
+        return !alive || alive == window;
+    });
+    if (visible) {
+        visibleWindows_.push_back(window);
+    }
+}
+
+std::vector<std::shared_ptr<UIWindow>> UIApplication::windows() const {
+    std::vector<std::shared_ptr<UIWindow>> windows;
+    for (const std::weak_ptr<UIWindow>& shown : visibleWindows_) {
+        std::shared_ptr<UIWindow> window = shown.lock();
+        if (window && !window->isHidden()) {
+            windows.push_back(window);
+        }
+    }
+    std::stable_sort(windows.begin(), windows.end(), [](const auto& a, const auto& b) {
+        return a->windowLevel() < b->windowLevel();
+    });
+    return windows;
+}
+
 UIInterfaceOrientation UIApplication::statusBarOrientation() const {
     return Runtime::current().platform().screen().interfaceOrientation();
 }

@@ -45,6 +45,9 @@ class UIApplication : public UIResponder {
     // recently made key that still exists and is visible, so hiding a key window hands the
     // part back to the one that held it before. None when there is no such window.
     std::shared_ptr<UIWindow> keyWindow() const;
+    // The windows on screen, back to front: by level, and within a level in the order they
+    // were shown.
+    std::vector<std::shared_ptr<UIWindow>> windows() const;
 
     // The orientation the interface is drawn in, as the platform reports it now.
     UIInterfaceOrientation statusBarOrientation() const;
@@ -59,6 +62,7 @@ class UIApplication : public UIResponder {
   private:
     friend class UIWindow;
     void windowDidBecomeKey(const std::shared_ptr<UIWindow>& window);
+    void windowDidChangeVisibility(const std::shared_ptr<UIWindow>& window, bool visible);
 
     struct ActiveTouch {
         std::shared_ptr<UITouch> touch;
@@ -69,6 +73,8 @@ class UIApplication : public UIResponder {
     std::map<std::uint64_t, ActiveTouch> activeTouches_;
     // Windows in the order they were last made key, the latest last.
     std::vector<std::weak_ptr<UIWindow>> keyWindows_;
+    // Windows in the order they were last shown.
+    std::vector<std::weak_ptr<UIWindow>> visibleWindows_;
     std::weak_ptr<UIResponder> firstResponder_;
     UIKeyboard keyboard_;
 };

@@ -42,6 +42,10 @@ void UIWindow::setRootViewController(std::shared_ptr<UIViewController> controlle
 void UIWindow::setHidden(bool hidden) {
     bool changed = hidden != isHidden();
     UIView::setHidden(hidden);
+    if (changed && !weak_from_this().expired()) {
+        UIApplication::sharedApplication().windowDidChangeVisibility(
+            std::static_pointer_cast<UIWindow>(shared_from_this()), !hidden);
+    }
     if (changed && rootViewController_) {
         rootViewController_->beginAppearanceTransition(!hidden, false);
         rootViewController_->endAppearanceTransition();

@@ -17,4 +17,8 @@ void setUserLocation(double latitude, double longitude) {
     Runtime::current().platform().device().setUserLocation({latitude, longitude});
 }
 
+void setLocalizationDomain(std::optional<std::string> domain) {
+    Runtime::current().platform().setLocalizationDomain(std::move(domain));
+}
+
 }  // namespace tarvik

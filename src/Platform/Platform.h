@@ -7,13 +7,18 @@
 #include "Platform/DeviceProbes.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/Folders.h"
+#include "Platform/HostWindow.h"
+#include "Platform/Localization.h"
 #include "Platform/MainQueue.h"
 #include "Platform/ScreenMetrics.h"
+#include "Platform/SoundPlayer.h"
 #include "Platform/TVKHttpTransport.h"
 #include "Platform/UserDefaultsStore.h"
 
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace tarvik {
 
@@ -33,6 +38,13 @@ class Platform {
     virtual DeviceProbes& device() = 0;
     virtual TVKHttpTransport& httpTransport() = 0;
     virtual ScreenMetrics& screen() = 0;
+    // What the reporter needs of the system: the host's translations, its main window as an
+    // image, and sounds.
+    virtual Localization& localization() = 0;
+    virtual HostWindow& hostWindow() = 0;
+    virtual SoundPlayer& sounds() = 0;
+    // Where the host keeps those translations, for a platform whose catalogues are named.
+    virtual void setLocalizationDomain(std::optional<std::string>) {}
 
     // The host application's bundle and the SDK's own.
     virtual Bundle mainBundle() const = 0;

@@ -1,5 +1,7 @@
 #include "Kit/Render/SoftwareRenderer.h"
 
+#include "Kit/UIApplication.h"
+#include "Kit/UIScreen.h"
 #include "Platform/Runtime.h"
 
 #include <algorithm>
@@ -59,6 +61,29 @@ std::optional<Image> SoftwareRenderer::render(UIView& root, double scale) {
     double now = Runtime::current().clock().mediaTime();
     return Image::render(bounds.size.width, bounds.size.height, scale, Image::Transparent,
                          [&](cairo_t* context) { drawRoot(context, root, now); });
+}
+
+std::optional<Image> SoftwareRenderer::renderScreen(double scale,
+                                                   const std::optional<Image>& hostWindow) {
+    std::vector<std::shared_ptr<UIWindow>> windows = UIApplication::sharedApplication().windows();
+    for (const std::shared_ptr<UIWindow>& window : windows) {
+        window->layoutIfNeeded();
+    }
+    Size screen = UIScreen::mainScreen().bounds().size;
+    double now = Runtime::current().clock().mediaTime();
+    return Image::render(screen.width, screen.height, scale, Image::Opaque, [&](cairo_t* context) {
+        cairo_set_source_rgb(context, 1, 1, 1);
+        cairo_paint(context);
+        if (hostWindow) {
+            cairo_set_source_surface(context, hostWindow->surface(), 0, 0);
+            cairo_paint(context);
+        }
+        for (const std::shared_ptr<UIWindow>& window : windows) {
+            cairo_save(context);
+            drawView(context, *window, now);
+            cairo_restore(context);
+        }
+    });
 }
 
 void SoftwareRenderer::drawRoot(cairo_t* context, UIView& root, double now) {

@@ -16,6 +16,9 @@ class SoftwareRenderer {
     // The whole of `root` (its bounds) at `scale` pixels per point, at the runtime's media
     // time; none when no bitmap of that size can be made.
     static std::optional<Image> render(UIView& root, double scale);
+    // The main screen as the user sees it at `scale`: `hostWindow` (the application's own
+    // window, if given) at the top left, then every window on screen, back to front. Opaque.
+    static std::optional<Image> renderScreen(double scale, const std::optional<Image>& hostWindow);
 
     // Draws `root` into a context whose origin is the root's top left corner, as at media
     // time `now`. Only what lies in the context's clip is drawn.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Linux/GettextLocalization.h"
 #include "Platform/Linux/LinuxDeviceProbes.h"
 #include "Platform/Linux/PipeConsoleCapture.h"
 #include "Platform/Platform.h"
@@ -79,9 +80,15 @@ class LinuxPlatform : public Platform {
     DeviceProbes& device() override { return device_; }
     TVKHttpTransport& httpTransport() override { return *httpTransport_; }
     ScreenMetrics& screen() override { return screen_; }
+    GettextLocalization& localization() override { return localization_; }
+    SuppliedHostWindow& hostWindow() override { return hostWindow_; }
+    SuppliedSoundPlayer& sounds() override { return sounds_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
+    void setLocalizationDomain(std::optional<std::string> domain) override {
+        localization_.setTextDomain(std::move(domain));
+    }
     void runMainLoop(double seconds, const std::function<bool()>& done) override;
     void shutDown() override {
         globalQueue_.reset();
@@ -103,6 +110,9 @@ class LinuxPlatform : public Platform {
     Dictionary hostInfo_;
     LinuxDeviceProbes device_;
     DesktopScreenMetrics screen_;
+    GettextLocalization localization_;
+    SuppliedHostWindow hostWindow_;
+    SuppliedSoundPlayer sounds_;
     std::unique_ptr<TVKHttpTransport> httpTransport_ = makePlatformHttpTransport();
 };
 

@@ -4,6 +4,7 @@
 #include "Platform/RunLoop.h"
 #include "Platform/Testing/FakeDevice.h"
 #include "Platform/Testing/FakeHttpTransport.h"
+#include "Platform/Testing/FakeReporterSeams.h"
 #include "Platform/ThreadPool.h"
 
 #include <array>
@@ -132,6 +133,9 @@ class TestingPlatform : public Platform {
     DeviceProbes& device() override { return device_; }
     TVKHttpTransport& httpTransport() override { return httpTransport_; }
     ScreenMetrics& screen() override { return screen_; }
+    TableLocalization& localization() override { return localization_; }
+    FixedHostWindow& hostWindow() override { return hostWindow_; }
+    RecordingSoundPlayer& sounds() override { return sounds_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -145,6 +149,7 @@ class TestingPlatform : public Platform {
     FakeDevice& fakeDevice() { return device_; }
     FakeHttpTransport& fakeHttpTransport() { return httpTransport_; }
     FakeScreen& fakeScreen() { return screen_; }
+    SystemCallLog& systemCalls() { return systemCalls_; }
     ThreadPool& threadPool() { return *globalQueue_; }
     const std::string& root() const { return root_; }
 
@@ -174,6 +179,10 @@ class TestingPlatform : public Platform {
     FakeDevice device_;
     FakeHttpTransport httpTransport_;
     FakeScreen screen_;
+    TableLocalization localization_;
+    SystemCallLog systemCalls_;
+    FixedHostWindow hostWindow_{screen_, systemCalls_};
+    RecordingSoundPlayer sounds_{systemCalls_};
     mutable std::mutex bundleMutex_;
     Dictionary mainBundleInfo_;
     std::uint64_t workSubmitted();
