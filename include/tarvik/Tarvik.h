@@ -18,6 +18,8 @@
 namespace tarvik {
 
 class TVKSubmission;
+class TVKIssueSubmission;
+class UIWindow;
 
 // The SDK's one public class: start it once, early, on the main thread.
 //
@@ -44,7 +46,16 @@ class Tarvik {
 
     // Opens the reporter; only in the manual process type.
     void presentReportIssueController();
+    // Takes the screenshot and opens the reporter over the application in a window of its
+    // own, unless a reporter is already on screen. Main thread.
     void launchIssueSubmission();
+    // The reporter has closed: with the finished issue, or none when the user cancelled.
+    void didFinishCapture(const std::shared_ptr<TVKIssueSubmission>& submission);
+    // Completes a finished issue with the session's data and hands it over for sending.
+    void didGenerateIssueSubmission(const std::shared_ptr<TVKIssueSubmission>& issueSubmission);
+    // The reporter's window while it is on screen (fading out included); none otherwise.
+    // Main thread.
+    std::shared_ptr<UIWindow> window() const { return window_; }
 
     // Who the user is; std::nullopt removes a value. The e-mail is also remembered across
     // launches.
@@ -160,6 +171,8 @@ class Tarvik {
     double totalTimeInSubmissionDialog_ = 0;
     double submissionDialogStartDate_ = 0;
     bool didShowInstructionView_ = false;
+
+    std::shared_ptr<UIWindow> window_;  // main thread only
 };
 
 // Zero-initialised anchors, one per category of the SDK, kept only so that a static linker

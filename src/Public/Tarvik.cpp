@@ -8,14 +8,25 @@
 #include "Helpers/TVKLogger.h"
 #include "Helpers/TVKMemoryManager.h"
 #include "Helpers/TVKRetryManager.h"
+#include "Helpers/TVKScreenshotHelper.h"
 #include "Helpers/TVKSettingsManager.h"
+#include "Helpers/UIColor+Tarvik.h"
+#include "Kit/UIScreen.h"
+#include "Kit/UIView.h"
+#include "Kit/UIWindow.h"
 #include "Models/TVKEventSubmission.h"
+#include "Models/TVKIssueSubmission.h"
+#include "Models/TVKReportSession.h"
 #include "Models/TVKSubmission.h"
 #include "Platform/JsonValue.h"
 #include "Platform/PathUtilities.h"
 #include "Platform/Runtime.h"
 #include "Platform/Utf8.h"
 #include "Public/DebugConsole.h"
+#include "Views/TVKConfirmationAlertView.h"
+#include "Views/TVKInstructionAlertView.h"
+#include "Views/TVKNavigationController.h"
+#include "Views/TVKScreenshotViewController.h"
 
 #include <charconv>
 #include <cstdlib>
@@ -65,9 +76,19 @@ Tarvik& Tarvik::sharedInstance() {
 }
 
 void Tarvik::registerObservers() {
-    // The singleton lives as long as the runtime, so it never unregisters. The capture-session
-    // observer joins this list with the reporter.
+    // The singleton lives as long as the runtime, so it never unregisters.
     NotificationCenter& center = Runtime::current().notificationCenter();
+    center.addObserver(
+        TarvikNotificationDidFinishCaptureSession, [this](const Notification& notification) {
+            auto submission = notification.objectAs<TVKIssueSubmission>();
+            // The reporter's window belongs to the main thread, whoever posts.
+            MainQueue& mainQueue = Runtime::current().mainQueue();
+            if (mainQueue.isMainThread()) {
+                didFinishCapture(submission);
+            } else {
+                mainQueue.async([this, submission] { didFinishCapture(submission); });
+            }
+        });
     center.addObserver(TarvikNotificationShouldLaunchIssueSubmission,
                        [this](const Notification&) { launchIssueSubmission(); });
     center.addObserver(TarvikNotificationDidCallToCopyAllFiles,
@@ -203,14 +224,14 @@ void Tarvik::setProcessType(TarvikProcessType processType) {
     processType_.store(processType);
     switch (processType) {
         case TarvikProcessTypeShake:
-            // Shake detection starts here once it exists.
+            // Shake detection starts here once it lands.
             break;
         case TarvikProcessTypeManual:
             // Deliberately nothing more: no instruction overlay, and shake detection that an
             // earlier type started keeps running.
             return;
         case TarvikProcessTypeScreenshot:
-            // Screenshot detection starts here once it exists.
+            // Screenshot detection starts here once it lands.
             break;
         default:
             break;
@@ -231,11 +252,11 @@ void Tarvik::setProcessType(TarvikProcessType processType) {
             answer = delegate->tarvikShouldDisplayInstructionView(*this);
         }
         if (answer.value_or(true)) {
-            // The instruction overlay is shown here once the overlays exist.
+            TVKInstructionAlertView::show();
         }
     }
     if (processType != TarvikProcessTypeShake) {
-        // Shake detection stops here once it exists.
+        // Shake detection stops here once it lands.
     }
 }
 
@@ -246,13 +267,78 @@ void Tarvik::presentReportIssueController() {
 }
 
 void Tarvik::launchIssueSubmission() {
-    // While the reporter is on screen further triggers are ignored; the reporter window and
-    // its check arrive with the reporter interface.
+    if (window_) {
+        return;  // a reporter is on screen: the trigger is dropped
+    }
     {
         std::lock_guard lock(mutex_);
         submissionDialogStartDate_ = Runtime::current().clock().mediaTime();
     }
-    // The screenshot, the report session, the screenshot editor and its window follow here.
+    // A system screenshot has already made its sound.
+    std::optional<Image> screenshot = TVKScreenshotHelper::takeScreenshotWithShutterSound(
+        processType() != TarvikProcessTypeScreenshot);
+    auto session = std::make_shared<TVKReportSession>();
+    session->setScreenshot(screenshot ? std::make_shared<const Image>(*screenshot) : nullptr);
+    auto editor = std::make_shared<TVKScreenshotViewController>();
+    editor->setReportSession(session);
+    auto navigation = std::make_shared<TVKNavigationController>(editor);
+
+    window_ = std::make_shared<UIWindow>(UIScreen::mainScreen().bounds());
+    window_->setTintColor(tarvik_drawBlueColor());
+    window_->setBackgroundColor(tarvik_darkTextColor());
+    window_->setRootViewController(navigation);
+    window_->setWindowLevel(UIWindowLevelStatusBar);
+    window_->setHidden(false);
+}
+
+void Tarvik::didFinishCapture(const std::shared_ptr<TVKIssueSubmission>& submission) {
+    incrementTimeSpentSubmittingIssue();
+    if (std::shared_ptr<UIWindow> closing = window_) {
+        UIView::animateWithDuration(
+            0.25, [closing] { closing->setAlpha(0); },
+            [this, closing](bool) {
+                closing->setRootViewController(nullptr);
+                closing->setHidden(true);
+                if (window_ == closing) {
+                    window_ = nullptr;
+                }
+            });
+    }
+    if (submission) {
+        didGenerateIssueSubmission(submission);
+    }
+}
+
+void Tarvik::didGenerateIssueSubmission(
+    const std::shared_ptr<TVKIssueSubmission>& issueSubmission) {
+    if (!issueSubmission) {
+        throw ParameterAssertionError("issueSubmission");
+    }
+    std::optional<std::string> comments = issueSubmission->comments();
+    if (!comments) {
+        throw ParameterAssertionError("issueSubmission.comments");
+    }
+    issueSubmission->saveMetadata(metadata());
+    setUserEmail(issueSubmission->emailAddress());
+    {
+        std::lock_guard lock(mutex_);
+        userComments_ = comments;
+    }
+    issueSubmission->saveUserProperties(createTarvikProperties());
+    issueSubmission->saveUserElapsedTimes(userElapsedTimesDictionary());
+    issueSubmission->sendSubmission();
+
+    std::shared_ptr<TarvikDelegate> host = delegate().lock();
+    std::optional<bool> confirm;
+    if (host) {
+        confirm = host->tarvikShouldDisplayConfirmationMessage(*this);
+    }
+    if (confirm.value_or(true)) {
+        TVKConfirmationAlertView::show();
+    }
+    if (host) {
+        host->tarvikDidGenerateUserIssueSubmission(*this);
+    }
 }
 
 void Tarvik::setUserProperty(const std::string& key, const std::optional<std::string>& value) {

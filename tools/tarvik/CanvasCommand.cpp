@@ -111,18 +111,6 @@ std::optional<Size> parseSize(const std::string& text) {
     return Size{width, height};
 }
 
-std::optional<double> parseScale(const std::string& text) {
-    try {
-        size_t used = 0;
-        double scale = std::stod(text, &used);
-        if (used == text.size() && scale > 0) {
-            return scale;
-        }
-    } catch (const std::exception&) {
-    }
-    return std::nullopt;
-}
-
 // Down at the first point, through the rest, up at the last; one point is a tap.
 void drawStroke(const Stroke& stroke, TVKQuadDrawView& canvas,
                 const std::shared_ptr<UIWindow>& window) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,5 +19,9 @@ int showCommand(const Arguments& arguments);
 int bodyCommand(const Arguments& arguments);
 int sendCommand(const Arguments& arguments);
 int canvasCommand(const Arguments& arguments);
+int previewCommand(const Arguments& arguments);
+
+// A positive number written in full ("2", "2.5"), as a screen's scale is given.
+std::optional<double> parseScale(const std::string& text);
 
 }  // namespace tarvik::tool

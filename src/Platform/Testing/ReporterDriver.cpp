@@ -1,0 +1,106 @@
+#include "Platform/Testing/ReporterDriver.h"
+
+#include "Kit/Render/SoftwareRenderer.h"
+#include "Kit/UIButton.h"
+#include "Kit/UIResponder.h"
+
+#include <filesystem>
+#include <stdexcept>
+
+namespace tarvik::testing {
+
+void ReporterDriver::open() {
+    tarvik.launchIssueSubmission();
+    runtime.advance(1);
+}
+
+void ReporterDriver::touch(UITouchPhase phase, Point point) {
+    UIApplication::sharedApplication().handleTouch(window(), 1, phase, point);
+}
+
+void ReporterDriver::tap(const UIView& view) {
+    Rect frame = view.convertRectToView(view.bounds(), window().get());
+    tap(Point{frame.origin.x + frame.size.width / 2, frame.origin.y + frame.size.height / 2});
+}
+
+void ReporterDriver::tap(Point point) {
+    touch(UITouchPhase::Began, point);
+    touch(UITouchPhase::Ended, point);
+    runtime.advance(0.05);
+}
+
+namespace {
+
+std::shared_ptr<UIButton> findButtonTitled(const std::shared_ptr<UIView>& view,
+                                           const std::string& title) {
+    if (view->isHidden()) {
+        return nullptr;
+    }
+    auto button = std::dynamic_pointer_cast<UIButton>(view);
+    if (button && button->currentTitle() == title) {
+        return button;
+    }
+    for (const std::shared_ptr<UIView>& subview : view->subviews()) {
+        if (std::shared_ptr<UIButton> found = findButtonTitled(subview, title)) {
+            return found;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+void ReporterDriver::tapButtonTitled(const std::string& title) {
+    std::vector<std::shared_ptr<UIWindow>> windows = UIApplication::sharedApplication().windows();
+    for (auto window = windows.rbegin(); window != windows.rend(); ++window) {
+        if (std::shared_ptr<UIButton> button = findButtonTitled(*window, title)) {
+            Rect frame = button->convertRectToView(button->bounds(), window->get());
+            Point centre{frame.origin.x + frame.size.width / 2,
+                         frame.origin.y + frame.size.height / 2};
+            UIApplication::sharedApplication().handleTouch(*window, 1, UITouchPhase::Began, centre);
+            UIApplication::sharedApplication().handleTouch(*window, 1, UITouchPhase::Ended, centre);
+            runtime.advance(0.05);
+            return;
+        }
+    }
+    throw std::logic_error("no button titled \"" + title + "\" on screen");
+}
+
+void ReporterDriver::drag(const std::vector<Point>& points) {
+    touch(UITouchPhase::Began, points.front());
+    for (std::size_t i = 1; i + 1 < points.size(); ++i) {
+        touch(UITouchPhase::Moved, points[i]);
+    }
+    touch(UITouchPhase::Ended, points.back());
+    runtime.advance(0.05);
+}
+
+void ReporterDriver::type(const std::string& text) {
+    auto input =
+        std::dynamic_pointer_cast<UIKeyInput>(UIApplication::sharedApplication().firstResponder());
+    if (!input) {
+        throw std::logic_error("typing with nothing focused");
+    }
+    for (char character : text) {
+        input->insertText(std::string(1, character));
+    }
+}
+
+Image ReporterDriver::screen() {
+    double scale = runtime.platform().screen().scale();
+    return *SoftwareRenderer::renderScreen(scale, runtime.platform().hostWindow().snapshot(scale));
+}
+
+std::vector<std::string> ReporterDriver::issuesIn(TVKDirectoryLayout::Status status) const {
+    std::vector<std::string> names;
+    std::filesystem::path folder =
+        TVKDirectoryLayout::statusFolderPath(TVKDirectoryLayout::Kind::Issues, status);
+    if (std::filesystem::exists(folder)) {
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+            names.push_back(entry.path().filename().string());
+        }
+    }
+    return names;
+}
+
+}  // namespace tarvik::testing
