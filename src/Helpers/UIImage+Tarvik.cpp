@@ -91,8 +91,24 @@ std::optional<Image> tarvik_ImageByCombiningWithImage(const Image& image,
 
 std::optional<Image> tarvik_ImageByScalingAndCombiningImage(const Image& image,
                                                             const std::optional<Image>& other) {
-    std::optional<Image> stretched = other ? tarvik_ScaleToSize(*other, sizeOf(image)) : other;
-    return tarvik_ImageByCombiningWithImage(image, stretched);
+    // Stretched to the screenshot's size, the drawing is centred at offset 0: it is drawn
+    // stretched straight over the copy of the screenshot, and only around its ink, instead of
+    // through a full-screen bitmap of its own. A report pays that on the main thread.
+    std::optional<Rect> ink =
+        other && other->width() > 0 && other->height() > 0 ? other->visibleBounds() : std::nullopt;
+    return renderOnScreen(sizeOf(image), [&](cairo_t* context) {
+        drawAt(context, image, 0, 0);
+        if (!ink) {
+            return;
+        }
+        cairo_scale(context, image.width() / other->width(), image.height() / other->height());
+        // A pixel's worth around the ink, where the stretched drawing's filter still reaches.
+        double margin = 2 / other->scale();
+        cairo_rectangle(context, ink->origin.x - margin, ink->origin.y - margin,
+                        ink->size.width + 2 * margin, ink->size.height + 2 * margin);
+        cairo_clip(context);
+        drawAt(context, *other, 0, 0);
+    });
 }
 
 }  // namespace tarvik

@@ -234,6 +234,45 @@ int Image::pixelHeight() const {
     return cairo_image_surface_get_height(surface_.get());
 }
 
+std::optional<Rect> Image::visibleBounds() const {
+    int width = pixelWidth();
+    int height = pixelHeight();
+    if (opaque()) {
+        return Rect{{0, 0}, {width_, height_}};
+    }
+    const unsigned char* data = cairo_image_surface_get_data(surface_.get());
+    std::size_t stride = static_cast<std::size_t>(cairo_image_surface_get_stride(surface_.get()));
+    // Premultiplied, a fully transparent pixel is the word 0 whatever its colour was.
+    auto word = [&](int x, int y) {
+        std::uint32_t value = 0;
+        std::memcpy(&value, data + static_cast<std::size_t>(y) * stride + x * 4u, sizeof value);
+        return value;
+    };
+    int left = width, right = -1, top = -1, bottom = -1;
+    for (int y = 0; y < height; ++y) {
+        int x = 0;
+        while (x < width && word(x, y) == 0) {
+            ++x;
+        }
+        if (x == width) {
+            continue;
+        }
+        top = top < 0 ? y : top;
+        bottom = y;
+        left = std::min(left, x);
+        int last = width - 1;
+        while (word(last, y) == 0) {
+            --last;
+        }
+        right = std::max(right, last);
+    }
+    if (top < 0) {
+        return std::nullopt;
+    }
+    return Rect{{left / scale_, top / scale_},
+                {(right + 1 - left) / scale_, (bottom + 1 - top) / scale_}};
+}
+
 Image::Pixel Image::pixelAt(int x, int y) const {
     if (x < 0 || y < 0 || x >= pixelWidth() || y >= pixelHeight()) {
         throw std::out_of_range("pixel outside the image");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Bundle.h"
+#include "Platform/Geometry.h"
 
 #include <tarvik/Value.h>
 
@@ -80,6 +81,9 @@ class Image {
 
     // The pixel at column `x`, row `y`; throws std::out_of_range outside the image.
     Pixel pixelAt(int x, int y) const;
+    // The smallest rectangle, in points, holding every pixel that is not fully transparent;
+    // none when the whole image is. An opaque image's is its whole size.
+    std::optional<Rect> visibleBounds() const;
     // The surface, to draw the image elsewhere (as a Cairo source) or to read its pixels.
     // Never draw into it: every copy of the image shares it.
     cairo_surface_t* surface() const { return surface_.get(); }

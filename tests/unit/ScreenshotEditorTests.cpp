@@ -213,6 +213,10 @@ TEST(ScreenshotEditor, CancelWhileFilesAreCopyingLeavesNothingBehind) {
     EXPECT_TRUE(reporter.issuesIn(Status::Processing).empty());
     EXPECT_TRUE(reporter.issuesIn(Status::Queued).empty());
     EXPECT_FALSE(reporter.window());  // faded out and dropped
+    // Nothing of the reporter outlives its window: a closed reporter costs the host nothing.
+    std::weak_ptr<TVKScreenshotViewController> closed = editor;
+    editor.reset();
+    EXPECT_TRUE(closed.expired());
     EXPECT_GE(reporter.tarvik.totalTimeInSubmissionDialog(), 4.0);
 }
 
