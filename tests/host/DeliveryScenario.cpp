@@ -1,11 +1,14 @@
 #include "DeliveryScenario.h"
 
+#include "IssueReport.h"
+
 #include <tarvik/Host.h>
 #include <tarvik/Pinning.h>
 #include <tarvik/Tarvik.h>
 
 #include "Helpers/TVKLogger.h"
 #include "Models/TVKEventSubmission.h"
+#include "Models/TVKIssueSubmission.h"
 #include "Platform/Runtime.h"
 
 #include <fmt/format.h>
@@ -30,7 +33,7 @@ using Options = std::map<std::string, std::vector<std::string>>;
 
 std::optional<Options> parseOptions(const std::vector<std::string>& arguments) {
     static const std::set<std::string> flags{"--include-attachments", "--until-delivered",
-                                             "--until-queued"};
+                                             "--until-queued", "--report-issue"};
     static const std::set<std::string> valued{"--service", "--pin",    "--ca-bundle", "--api-key",
                                               "--message", "--attach", "--run"};
     Options options;
@@ -53,12 +56,14 @@ std::string lastValue(const Options& options, const std::string& name,
     return found == options.end() ? fallback : found->second.back();
 }
 
-// "UUID STATUS" for every event folder not yet answered for good.
+// "UUID STATUS" for every event or issue folder not yet answered for good.
 std::vector<std::string> pendingEvents() {
     std::vector<std::string> pending;
     for (const auto& [status, folder] :
          {std::pair{"Processing", tarvik::TVKEventSubmission::processingFolderPath()},
-          std::pair{"Queued", tarvik::TVKEventSubmission::queuedFolderPath()}}) {
+          std::pair{"Queued", tarvik::TVKEventSubmission::queuedFolderPath()},
+          std::pair{"Processing", tarvik::TVKIssueSubmission::processingFolderPath()},
+          std::pair{"Queued", tarvik::TVKIssueSubmission::queuedFolderPath()}}) {
         std::error_code error;
         for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
             pending.push_back(entry.path().filename().string() + " " + status);
@@ -162,6 +167,10 @@ int runDeliveryScenario(const std::vector<std::string>& arguments, const Report&
         recordHostEvent(fmt::format("{} {}", lastValue(*options, "--message", "host event"), i),
                         options->contains("--include-attachments"));
         poll();
+    }
+    if (options->contains("--report-issue") &&
+        !fileIssueReport(sdk, lastValue(*options, "--message", "host issue"), report)) {
+        return 1;
     }
     tarvik::runMainLoop(std::atof(lastValue(*options, "--run", "0").c_str()), [&] {
         std::size_t queuedCount = poll();

@@ -9,12 +9,14 @@
 //
 //   record-events N [--service HOST:PORT] [--pin BASE64]... [--ca-bundle FILE] [--api-key KEY]
 //                   [--message TEXT] [--attach FILE]... [--include-attachments]
-//                   [--run SECONDS] [--until-delivered | --until-queued]
+//                   [--run SECONDS] [--until-delivered | --until-queued] [--report-issue]
 //
+// With --report-issue the host then files one issue report through the reporter, with the
+// message as its description (IssueReport.h), and reports "issue UUID".
 // The host runs for up to SECONDS after recording, or until no event is left in Processing or
 // Queued (--until-delivered), or until all N have reached Queued (--until-queued). Output
 // lines, each passed to `report` the moment it is known: "recording" before the first event,
 // "queued UUID" for each event folder moved into Queued, then "left UUID STATUS" for each event
-// still in Processing or Queued, and "done".
+// (or issue) still in Processing or Queued, and "done".
 using Report = std::function<void(const std::string& line)>;
 int runDeliveryScenario(const std::vector<std::string>& arguments, const Report& report);

@@ -162,6 +162,15 @@ def collector(tmp_path):
         running.stop()
 
 
+def stored(entry):
+    """(fields, files by file name, folder) of one submission the collector stored."""
+    folder = pathlib.Path(entry["path"])
+    fields = json.loads((folder / "fields.json").read_text(encoding="utf-8"))
+    files = {part["filename"]: part for part in
+             json.loads((folder / "files.json").read_text(encoding="utf-8"))}
+    return fields, files, folder
+
+
 def service_arguments(running):
     """The test host's options that point it at a collector and pin its key."""
     return ["--service", f"localhost:{running.port}",

@@ -17,7 +17,7 @@ import pytest
 
 from conftest import (EVENT_PATH, HOST, REPO, Host, RunningCollector, background_scenario,
                       event_folders, events_folder, parse_retry_date, run_host,
-                      sdk_environment, service_arguments, wait_until)
+                      sdk_environment, service_arguments, stored, wait_until)
 
 SCENARIO_SOURCE = REPO / "tests" / "host" / "DeliveryScenario.cpp"
 UUID = re.compile(r"^[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}$")
@@ -28,15 +28,6 @@ MESSAGE = "card declined \u2014 carte refus\u00e9e"
 ICON = bytes.fromhex("89504e470d0a1a0a0000000d49484452000000030000000208060000009d74661a0000001b"
                      "4944415478da63606038f15f038803809881410ec801e2002006008cfb0bf5b63d954d00"
                      "00000049454e44ae426082")
-
-
-def stored(entry):
-    """(fields, files by file name, folder) of one submission the collector stored."""
-    folder = pathlib.Path(entry["path"])
-    fields = json.loads((folder / "fields.json").read_text(encoding="utf-8"))
-    files = {part["filename"]: part for part in
-             json.loads((folder / "files.json").read_text(encoding="utf-8"))}
-    return fields, files, folder
 
 
 def unzipped(folder, part):
