@@ -433,7 +433,9 @@ class OverlayPictures : public ::testing::Test {
 TEST_F(OverlayPictures, TheInstructionCardSpringsIntoTheMiddleUnderTheVeil) {
     Image host = *test.platform().hostWindow().snapshot(2);
     Instruction::show();
-    test.advance(3.05);
+    test.advance(3.03);
+    screen("instruction-rising");
+    test.advance(0.02);
     screen("instruction-entering");
     test.advance(0.25);
     Image shown = screen("instruction-portrait");
