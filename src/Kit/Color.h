@@ -14,6 +14,11 @@ class Color {
         return Color(ColorComponents{red, green, blue, alpha});
     }
 
+    // The same colour with another alpha.
+    Color colorWithAlphaComponent(double alpha) const {
+        return colorWithRed(components_.red, components_.green, components_.blue, alpha);
+    }
+
     ColorComponents components() const { return components_; }
     double red() const { return components_.red; }
     double green() const { return components_.green; }

@@ -86,9 +86,18 @@ Rect UIView::frame() const {
         return {{center_.x - bounds_.size.width / 2, center_.y - bounds_.size.height / 2},
                 bounds_.size};
     }
+    // Without the dust of cos(pi / 2) a view turned a quarter has its frame exactly, as
+    // setFrame gave it.
+    const auto withoutDust = [](double value) { return std::abs(value) < 1e-12 ? 0 : value; };
+    const AffineTransform turn{withoutDust(transform_.a),
+                               withoutDust(transform_.b),
+                               withoutDust(transform_.c),
+                               withoutDust(transform_.d),
+                               transform_.tx,
+                               transform_.ty};
     Rect centred{{-bounds_.size.width / 2, -bounds_.size.height / 2}, bounds_.size};
     return boundingBox(centred, [&](Point p) {
-        Point turned = transform_.apply(p);
+        Point turned = turn.apply(p);
         return Point{center_.x + turned.x, center_.y + turned.y};
     });
 }

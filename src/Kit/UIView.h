@@ -58,7 +58,7 @@ class UIView : public UIResponder {
 
     // The bounding box of the transformed bounds in the superview. Setting it sets the centre
     // and the size of the bounds (the transform is kept, applied about the new centre; a view
-    // turned a quarter gets the frame's sides swapped).
+    // turned a quarter gets the frame's sides swapped, and gives that frame back exactly).
     Rect frame() const;
     void setFrame(Rect frame);
     Rect bounds() const { return bounds_; }

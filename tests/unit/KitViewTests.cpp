@@ -100,14 +100,16 @@ TEST(KitViewGeometry, RotationTurnsTheFrameAndConversionsAboutTheCentre) {
     // Its top left corner is now at the top right of the turned rectangle.
     expectNear(turned->convertPointToView({0, 0}, root.get()), {125, 50});
 
-    // A window turned for landscape and given the screen's frame has the screen's sides
-    // swapped, exactly, and still covers the screen.
-    UIView window({{0, 0}, {375, 667}});
-    window.setTransform(AffineTransform::rotation(90 * 0.017453292519943295));
-    window.setFrame(window.bounds());
-    EXPECT_EQ(window.bounds().size, (Size{667, 375}));
-    EXPECT_EQ(window.center(), (Point{187.5, 333.5}));
-    expectNear(window.frame().origin, {0, 0});
+    // A window turned for landscape (either way) and given the screen's frame has the
+    // screen's sides swapped, exactly, and reports the screen's frame, exactly.
+    for (double degrees : {90.0, 270.0}) {
+        UIView window({{0, 0}, {375, 667}});
+        window.setTransform(AffineTransform::rotation(degrees * 0.017453292519943295));
+        window.setFrame(window.bounds());
+        EXPECT_EQ(window.bounds().size, (Size{667, 375}));
+        EXPECT_EQ(window.center(), (Point{187.5, 333.5}));
+        EXPECT_EQ(window.frame(), (Rect{{0, 0}, {375, 667}})) << degrees;
+    }
 
     // A bounds origin shifts the content; conversions between siblings go both ways.
     auto scrolled = makeView({{200, 200}, {100, 100}});
@@ -118,6 +120,14 @@ TEST(KitViewGeometry, RotationTurnsTheFrameAndConversionsAboutTheCentre) {
     expectNear(scrolled->convertPointToView(inScrolled, nullptr),
                turned->convertPointToView(inTurned, nullptr));
     expectNear(turned->convertPointFromView(inScrolled, scrolled.get()), inTurned);
+}
+
+// The overlays' veil: a colour of the palette at another alpha.
+TEST(KitColor, AColourWithAnotherAlphaKeepsItsRedGreenAndBlue) {
+    Color dark = Color::colorWithRed(57 / 255.0, 63 / 255.0, 71 / 255.0, 1);
+    EXPECT_EQ(dark.colorWithAlphaComponent(0.3),
+              Color::colorWithRed(57 / 255.0, 63 / 255.0, 71 / 255.0, 0.3));
+    EXPECT_EQ(dark.alpha(), 1);
 }
 
 TEST(KitViewHitTesting, TheTopmostVisibleInteractiveViewUnderThePointIsHit) {
