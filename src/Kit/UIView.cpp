@@ -79,6 +79,11 @@ bool rectContainsPoint(Rect rect, Point point) {
            point.y >= rect.origin.y && point.y < rect.origin.y + rect.size.height;
 }
 
+bool rectIntersectsRect(Rect a, Rect b) {
+    return a.origin.x < b.origin.x + b.size.width && b.origin.x < a.origin.x + a.size.width &&
+           a.origin.y < b.origin.y + b.size.height && b.origin.y < a.origin.y + a.size.height;
+}
+
 UIView::UIView(Rect frame) : center_(midpoint(frame)), bounds_{{0, 0}, frame.size} {}
 
 Rect UIView::frame() const {

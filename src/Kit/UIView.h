@@ -201,5 +201,8 @@ class UIView : public UIResponder {
 // Geometry helpers of the toolkit.
 Rect rectUnion(Rect a, Rect b);
 bool rectContainsPoint(Rect rect, Point point);
+// Whether the two rectangles share some area, as CGRectIntersectsRect answers: rectangles that
+// only touch along an edge do not.
+bool rectIntersectsRect(Rect a, Rect b);
 
 }  // namespace tarvik

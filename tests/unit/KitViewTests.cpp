@@ -130,6 +130,16 @@ TEST(KitColor, AColourWithAnotherAlphaKeepsItsRedGreenAndBlue) {
     EXPECT_EQ(dark.alpha(), 1);
 }
 
+// As the phone's rectangle test: a shared area counts, a shared edge does not.
+TEST(KitViewGeometry, RectanglesIntersectWhenTheyShareArea) {
+    const Rect thumbnail{{16, 301.5}, {60, 96}};
+    EXPECT_TRUE(rectIntersectsRect({{16, 128}, {359, 174}}, thumbnail));
+    EXPECT_TRUE(rectIntersectsRect(thumbnail, {{16, 128}, {359, 174}}));
+    EXPECT_FALSE(rectIntersectsRect({{16, 128}, {359, 173.5}}, thumbnail));     // edge to edge
+    EXPECT_FALSE(rectIntersectsRect({{76, 300}, {10, 10}}, thumbnail));         // beside it
+    EXPECT_TRUE(rectIntersectsRect({{0, 0}, {100, 100}}, {{10, 10}, {5, 5}}));  // inside
+}
+
 TEST(KitViewHitTesting, TheTopmostVisibleInteractiveViewUnderThePointIsHit) {
     auto root = makeView({{0, 0}, {300, 300}});
     auto below = makeView({{0, 0}, {200, 200}});

@@ -1,4 +1,5 @@
 #include "Helpers/UIColor+Tarvik.h"
+#include "Kit/NSString.h"
 #include "Kit/Render/SoftwareRenderer.h"
 #include "Kit/Render/TextLayout.h"
 #include "Kit/UILabel.h"
@@ -67,6 +68,44 @@ TEST(TextLayout, WrapsIntoWholeLineBoxesAndKeepsOnlyTheLinesAsked) {
     EXPECT_EQ(TextLayout(sentence, style, 140).lineCount(), 1);
     style.numberOfLines = 0;
     EXPECT_EQ(TextLayout(sentence, style, 140, line * 1.5).lineCount(), 1);  // height limits
+}
+
+// A height keeps the lines that fit across paragraphs too (Pango alone keeps one line of each
+// paragraph), the last one ending in an ellipsis; the first line always stays.
+TEST(TextLayout, HeightLimitsTextOfSeveralParagraphs) {
+    TextStyle style;
+    style.font = *UIFont::fontWithName("HelveticaNeue-Bold", 16);
+    const double line = style.font.lineHeight();
+    const NSAttributedString lines("1\n2\n3\n4\n5\n6\n7\n8");
+    EXPECT_EQ(TextLayout(lines, style, 300).lineCount(), 8);
+
+    TextLayout limited(lines, style, 300, line * 3.5);
+    EXPECT_EQ(limited.lineCount(), 3);
+    EXPECT_NEAR(limited.size().height, 3 * line, 1e-3);
+    EXPECT_EQ(TextLayout(lines, style, 300, line / 2).lineCount(), 1);
+    // Wrapped paragraphs: two lines of the first and one of the second fit.
+    const NSAttributedString paragraphs(
+        "The checkout button does nothing\nwhen I tap it twice\nagain");
+    TextLayout mixed(paragraphs, style, 150, line * 3);
+    EXPECT_EQ(mixed.lineCount(), 3);
+}
+
+// Trimming as the phone's whitespace-and-newline set does it: both ends only, Unicode spaces
+// and line separators included, anything else kept.
+TEST(Text, TrimmingRemovesWhitespaceAndNewlinesAtBothEnds) {
+    EXPECT_EQ(stringByTrimmingWhitespaceAndNewlineCharacters("  a b\t\n"), "a b");
+    EXPECT_EQ(stringByTrimmingWhitespaceAndNewlineCharacters(" \r\n\t\v\f "), "");
+    EXPECT_EQ(stringByTrimmingWhitespaceAndNewlineCharacters(""), "");
+    // No-break space, ideographic space, line separator, next line.
+    EXPECT_EQ(stringByTrimmingWhitespaceAndNewlineCharacters(
+                  "\u00A0\u3000\u2028\u0085ann@x.io\u2029\u202F"),
+              "ann@x.io");
+    // Zero-width space and other letters are not white space; invalid bytes stay.
+    EXPECT_EQ(stringByTrimmingWhitespaceAndNewlineCharacters("\u200Bx "), "\u200Bx");
+    EXPECT_EQ(stringByTrimmingWhitespaceAndNewlineCharacters(" \xFF "), "\xFF");
+    EXPECT_EQ(stringByTrimmingWhitespaceAndNewlineCharacters(" \xE3\x80"), "\xE3\x80");
+    EXPECT_EQ(stringByTrimmingWhitespaceAndNewlineCharacters("\xF0\x9F\x98\x80 "),
+              "\xF0\x9F\x98\x80");
 }
 
 // "Shake" in blue over dark text, bold 20, centred: the colour ranges reach the pixels.

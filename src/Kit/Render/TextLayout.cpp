@@ -127,7 +127,38 @@ TextLayout::TextLayout(const NSAttributedString& text, const TextStyle& style, d
     if (height > 0 && size().height > height) {
         pango_layout_set_height(layout_, toPango(height));
         pango_layout_set_ellipsize(layout_, PANGO_ELLIPSIZE_END);
+        if (size().height > height) {
+            keepParagraphsWithin(height);
+        }
     }
+}
+
+void TextLayout::keepParagraphsWithin(double height) {
+    // Pango keeps at least one line of every paragraph, whatever the height: the text is cut
+    // before the first line that does not fit (the first line always stays), and ends in an
+    // ellipsis, which Pango moves into the last line that fits when it wraps.
+    PangoLayoutIter* iter = pango_layout_get_iter(layout_);
+    int cut = -1;
+    bool first = true;
+    do {
+        PangoRectangle logical;
+        pango_layout_iter_get_line_extents(iter, nullptr, &logical);
+        if (!first && fromPango(logical.y + logical.height) > height) {
+            cut = pango_layout_iter_get_index(iter);
+            break;
+        }
+        first = false;
+    } while (pango_layout_iter_next_line(iter));
+    pango_layout_iter_free(iter);
+    if (cut < 0) {
+        return;
+    }
+    text_.resize(static_cast<std::size_t>(cut));
+    while (!text_.empty() && (text_.back() == '\n' || text_.back() == '\r')) {
+        text_.pop_back();
+    }
+    text_ += "\u2026";
+    pango_layout_set_text(layout_, text_.c_str(), static_cast<int>(text_.size()));
 }
 
 TextLayout::~TextLayout() {

@@ -25,7 +25,8 @@ struct TextStyle {
 class TextLayout {
   public:
     // `width` wraps the text into lines of at most that many points (none when not positive);
-    // `height`, when positive, keeps only the lines that fit (the last ends in an ellipsis).
+    // `height`, when positive, keeps only the lines that fit (the last ends in an ellipsis),
+    // and at least the first line, in one paragraph or several.
     TextLayout(const NSAttributedString& text, const TextStyle& style, double width,
                double height = 0);
     ~TextLayout();
@@ -45,6 +46,9 @@ class TextLayout {
     std::size_t indexAtPoint(Point point) const;
 
   private:
+    // Keeps the lines of several paragraphs that fit in `height`.
+    void keepParagraphsWithin(double height);
+
     std::string text_;
     Color color_;
     PangoLayout* layout_;
