@@ -2,7 +2,6 @@
 #include "Models/TVKIssueSubmission.h"
 #include "Platform/Testing/ReporterDriver.h"
 #include "Views/TVKCommentsTableViewController.h"
-#include "Views/TVKConfirmationAlertView.h"
 #include "Views/TVKScreenshotViewController.h"
 
 #include <gtest/gtest.h>
@@ -37,8 +36,10 @@ std::string contentsOf(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::string alertMessageOn(const UIViewController& screen) {
-    auto alert = std::dynamic_pointer_cast<UIAlertController>(screen.presentedViewController());
+// The message of the alert over the reporter (alerts are presented by the stack's root).
+std::string alertMessageOn(const UIWindow& window) {
+    auto alert = std::dynamic_pointer_cast<UIAlertController>(
+        window.rootViewController()->presentedViewController());
     return alert ? alert->message() : "";
 }
 
@@ -74,7 +75,9 @@ TEST(ReporterFlow, ATesterFilesAReportFromTheTriggerToTheQueue) {
     ASSERT_TRUE(form);
 
     reporter.tap(*form->submitButton());
-    EXPECT_EQ(alertMessageOn(*form), "Please enter the description about what you are reporting.");
+    reporter.runtime.advance(1);  // the alert comes in
+    EXPECT_EQ(alertMessageOn(*reporter.window()),
+              "Please enter the description about what you are reporting.");
     reporter.tapButtonTitled("OK");
     reporter.runtime.advance(1);
     reporter.tap(*form->emailField());
@@ -82,7 +85,9 @@ TEST(ReporterFlow, ATesterFilesAReportFromTheTriggerToTheQueue) {
     reporter.tap(*form->commentsView());
     reporter.type("Checkout total is wrong");
     reporter.tap(*form->submitButton());
-    EXPECT_EQ(alertMessageOn(*form), "The Optional Email Address provided is invalid.");
+    reporter.runtime.advance(1);  // the alert comes in
+    EXPECT_EQ(alertMessageOn(*reporter.window()),
+              "The Optional Email Address provided is invalid.");
     reporter.tapButtonTitled("OK");
     reporter.runtime.advance(1);
     reporter.tap(*form->emailField());
@@ -93,14 +98,15 @@ TEST(ReporterFlow, ATesterFilesAReportFromTheTriggerToTheQueue) {
 
     // The session ended: the window fades over 0.25 s; the confirmation shows for 3 s.
     EXPECT_EQ(delegate->calls, (std::vector<std::string>{"confirmation?", "generated"}));
-    auto confirmation = TVKConfirmationAlertView::sharedInstance();
-    ASSERT_TRUE(confirmation->window());
+    auto windowsShown = [] { return UIApplication::sharedApplication().windows().size(); };
+    EXPECT_EQ(windowsShown(), 2u);  // the reporter fading, the confirmation over it
     reporter.runtime.advance(0.3);
     EXPECT_FALSE(reporter.window());
+    EXPECT_EQ(windowsShown(), 1u);
     reporter.runtime.advance(2.6);
-    EXPECT_TRUE(confirmation->window());
+    EXPECT_EQ(windowsShown(), 1u);
     reporter.runtime.advance(0.5);
-    EXPECT_FALSE(confirmation->window());
+    EXPECT_EQ(windowsShown(), 0u);
     EXPECT_GT(reporter.tarvik.totalTimeInSubmissionDialog(), 0);
     EXPECT_EQ(reporter.tarvik.userComments(), "Checkout total is wrong");
 
@@ -119,7 +125,7 @@ TEST(ReporterFlow, ATesterFilesAReportFromTheTriggerToTheQueue) {
         EXPECT_NE(body.find(expected), std::string::npos) << expected;
     }
     std::optional<Image> screenshot =
-        Image::imageWithContentsOfFile((folder / "screenshot.jpg").string(), 2);
+        Image::imageWithContentsOfFile(issue->screenshotFilePath(), 2);
     ASSERT_TRUE(screenshot);
     EXPECT_EQ(screenshot->pixelWidth(), 750);
     int red = 0;

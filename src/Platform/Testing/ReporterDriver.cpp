@@ -2,6 +2,7 @@
 
 #include "Kit/Render/SoftwareRenderer.h"
 #include "Kit/UIButton.h"
+#include "Kit/UILabel.h"
 #include "Kit/UIResponder.h"
 
 #include <filesystem>
@@ -14,11 +15,24 @@ void ReporterDriver::open() {
     runtime.advance(1);
 }
 
+namespace {
+
+// What a presenter does before every frame, and so before the user can touch what it shows.
+void layOutWindows() {
+    for (const std::shared_ptr<UIWindow>& window : UIApplication::sharedApplication().windows()) {
+        window->layoutIfNeeded();
+    }
+}
+
+}  // namespace
+
 void ReporterDriver::touch(UITouchPhase phase, Point point) {
+    layOutWindows();
     UIApplication::sharedApplication().handleTouch(window(), 1, phase, point);
 }
 
 void ReporterDriver::tap(const UIView& view) {
+    layOutWindows();
     Rect frame = view.convertRectToView(view.bounds(), window().get());
     tap(Point{frame.origin.x + frame.size.width / 2, frame.origin.y + frame.size.height / 2});
 }
@@ -31,17 +45,21 @@ void ReporterDriver::tap(Point point) {
 
 namespace {
 
-std::shared_ptr<UIButton> findButtonTitled(const std::shared_ptr<UIView>& view,
-                                           const std::string& title) {
+// A button with the title, or the label of an alert's action.
+std::shared_ptr<UIView> findButtonTitled(const std::shared_ptr<UIView>& view,
+                                         const std::string& title) {
     if (view->isHidden()) {
         return nullptr;
     }
     auto button = std::dynamic_pointer_cast<UIButton>(view);
-    if (button && button->currentTitle() == title) {
-        return button;
+    auto label = std::dynamic_pointer_cast<UILabel>(view);
+    if ((button && button->currentTitle() == title) ||
+        (label && label->text() == title && label->superview() &&
+         !std::dynamic_pointer_cast<UIButton>(label->superview()))) {
+        return view;
     }
     for (const std::shared_ptr<UIView>& subview : view->subviews()) {
-        if (std::shared_ptr<UIButton> found = findButtonTitled(subview, title)) {
+        if (std::shared_ptr<UIView> found = findButtonTitled(subview, title)) {
             return found;
         }
     }
@@ -51,9 +69,10 @@ std::shared_ptr<UIButton> findButtonTitled(const std::shared_ptr<UIView>& view,
 }  // namespace
 
 void ReporterDriver::tapButtonTitled(const std::string& title) {
+    layOutWindows();
     std::vector<std::shared_ptr<UIWindow>> windows = UIApplication::sharedApplication().windows();
     for (auto window = windows.rbegin(); window != windows.rend(); ++window) {
-        if (std::shared_ptr<UIButton> button = findButtonTitled(*window, title)) {
+        if (std::shared_ptr<UIView> button = findButtonTitled(*window, title)) {
             Rect frame = button->convertRectToView(button->bounds(), window->get());
             Point centre{frame.origin.x + frame.size.width / 2,
                          frame.origin.y + frame.size.height / 2};

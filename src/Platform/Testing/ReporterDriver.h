@@ -32,7 +32,8 @@ class ReporterDriver {
     // A finger down and up at the centre of `view`, or at `point` of the window.
     void tap(const UIView& view);
     void tap(Point point);
-    // Taps the visible button whose title is `title` in the SDK's windows (an alert's "OK").
+    // Taps the visible button, or alert action, titled `title` in the SDK's windows (an
+    // alert's "OK"), the frontmost first.
     void tapButtonTitled(const std::string& title);
     // A finger down at the first point, through the others, and up at the last.
     void drag(const std::vector<Point>& points);
