@@ -3,15 +3,15 @@
 #include <tarvik/Host.h>
 #include <tarvik/Tarvik.h>
 
-#include "Kit/UIApplication.h"
-#include "Kit/UINavigationController.h"
 #include "Models/TVKIssueSubmission.h"
 #include "Platform/Linux/LinuxPlatform.h"
 #include "Platform/Runtime.h"
+#include "Platform/Testing/ReporterFingers.h"
 #include "Views/TVKCommentsTableViewController.h"
 #include "Views/TVKScreenshotViewController.h"
 
 #include <cstdio>
+#include <vector>
 
 namespace {
 
@@ -33,33 +33,6 @@ std::optional<Image> hostScreen(double scale) {
     });
 }
 
-void touch(const std::shared_ptr<UIWindow>& window, UITouchPhase phase, Point point) {
-    UIApplication::sharedApplication().handleTouch(window, 1, phase, point);
-}
-
-void tap(const std::shared_ptr<UIWindow>& window, const UIView& view) {
-    Rect frame = view.convertRectToView(view.bounds(), window.get());
-    Point centre{frame.origin.x + frame.size.width / 2, frame.origin.y + frame.size.height / 2};
-    touch(window, UITouchPhase::Began, centre);
-    touch(window, UITouchPhase::Ended, centre);
-}
-
-void type(const std::string& text) {
-    auto input =
-        std::dynamic_pointer_cast<UIKeyInput>(UIApplication::sharedApplication().firstResponder());
-    if (input) {
-        input->insertText(text);
-    }
-}
-
-template <class Screen>
-std::shared_ptr<Screen> topScreen(Tarvik& sdk) {
-    auto navigation = std::dynamic_pointer_cast<UINavigationController>(
-        sdk.window() ? sdk.window()->rootViewController() : nullptr);
-    return navigation ? std::dynamic_pointer_cast<Screen>(navigation->topViewController())
-                      : nullptr;
-}
-
 }  // namespace
 
 bool fileIssueReport(Tarvik& sdk, const std::string& description,
@@ -69,36 +42,39 @@ bool fileIssueReport(Tarvik& sdk, const std::string& description,
     screen.set({{0, 0}, {375, 667}}, 2);
     platform.hostWindow().setCapture(hostScreen);
 
+    // A person's pauses run the SDK's main loop, so animations and timers run in real time.
+    testing::ReporterFingers person([](double seconds) { runMainLoop(seconds); });
     sdk.presentReportIssueController();
-    auto editor = topScreen<TVKScreenshotViewController>(sdk);
+    auto editor = person.top<TVKScreenshotViewController>();
     if (!editor) {
         std::fprintf(stderr, "host: the reporter did not open\n");
         return false;
     }
-    std::shared_ptr<UIWindow> window = sdk.window();
-    tap(window, *editor->redColorButton());
+    person.wait(0.5);
+    person.tap(*editor->redColorButton());
+    std::vector<Point> stroke;
     for (double x = 100; x <= 280; x += 10) {
-        touch(window, x == 100 ? UITouchPhase::Began : UITouchPhase::Moved, {x, 330});
+        stroke.push_back({x, 330});
     }
-    touch(window, UITouchPhase::Ended, {280, 330});
-    tap(window, *editor->sendButton());
-    runMainLoop(0.6);  // the form slides in and takes the focus
+    person.drag(stroke);
+    person.tap(*editor->sendButton());
+    person.wait(0.8);  // the form slides in and takes the focus
 
-    auto form = topScreen<TVKCommentsTableViewController>(sdk);
+    auto form = person.top<TVKCommentsTableViewController>();
     if (!form) {
         std::fprintf(stderr, "host: Send did not open the comments form\n");
         return false;
     }
-    tap(window, *form->emailField());
-    type("qa@example.com");
-    tap(window, *form->commentsView());
-    type(description);
+    // The e-mail field shows the session's address already; the tester keeps it.
+    person.tap(*form->commentsView());
+    person.type(description);
     std::shared_ptr<TVKIssueSubmission> issue = form->currentIssueSubmission();
-    tap(window, *form->submitButton());
+    person.tap(*form->submitButton());
     // The issue goes on once its files are gathered and the reporter closes.
     runMainLoop(10, [&] { return !sdk.window(); });
     if (sdk.window()) {
-        std::fprintf(stderr, "host: the reporter did not close after Submit\n");
+        std::fprintf(stderr, "host: the reporter did not close after Submit (e-mail \"%s\")\n",
+                     form->emailField()->text().c_str());
         return false;
     }
     report("issue " + issue->uuid());

@@ -36,7 +36,8 @@ def test_an_issue_arrives_with_its_description_email_and_annotated_screenshot(co
     assert (entry["kind"], entry["uuid"]) == ("issue", uuid)
     fields, files, folder = stored(entry)
     assert fields["comments"] == DESCRIPTION
-    assert fields["user_properties[email]"] == "qa@example.com"
+    # The form showed the session's e-mail, and the tester kept it.
+    assert fields["user_properties[email]"] == "ann@example.com"
     assert fields["user_properties[identifier]"] == "user-42"
     assert fields["metadata[plan]"] == "gold"
     assert {"screenshot.jpg", "debug_logs.zip", "system_logs.zip",

@@ -1,4 +1,5 @@
 #include "Kit/UIAlertController.h"
+#include "Kit/UIApplication.h"
 #include "Models/TVKIssueSubmission.h"
 #include "Platform/Testing/ReporterDriver.h"
 #include "Views/TVKCommentsTableViewController.h"

@@ -1,4 +1,5 @@
 #include "Helpers/UIColor+Tarvik.h"
+#include "Kit/UIApplication.h"
 #include "Kit/UINavigationItem.h"
 #include "Models/TVKIssueSubmission.h"
 #include "Models/TVKReportSession.h"
