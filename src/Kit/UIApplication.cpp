@@ -129,6 +129,13 @@ std::vector<std::shared_ptr<UIWindow>> UIApplication::windows() const {
     return windows;
 }
 
+void UIApplication::resignFirstResponderWithin(const UIView& view) {
+    auto focused = std::dynamic_pointer_cast<UIView>(firstResponder());
+    if (focused && focused->isDescendantOfView(view)) {
+        focused->resignFirstResponder();
+    }
+}
+
 UIInterfaceOrientation UIApplication::statusBarOrientation() const {
     return Runtime::current().platform().screen().interfaceOrientation();
 }

@@ -58,6 +58,9 @@ class UIApplication : public UIResponder {
     std::shared_ptr<UIResponder> firstResponder() const { return firstResponder_.lock(); }
     void setFirstResponder(const std::shared_ptr<UIResponder>& responder);
     UIKeyboard& keyboard() { return keyboard_; }
+    // Takes the focus from whatever has it inside `view`: a screen that leaves, or a window
+    // that hides, gives up the keyboard.
+    void resignFirstResponderWithin(const UIView& view);
 
   private:
     friend class UIWindow;

@@ -1,5 +1,7 @@
 #include "Kit/UINavigationController.h"
 
+#include "Kit/UIApplication.h"
+
 #include "Kit/UIScreen.h"
 #include "Platform/Runtime.h"
 
@@ -143,6 +145,7 @@ void UINavigationController::transition(const std::shared_ptr<UIViewController>&
 
     finishTransition_ = [this, outgoing, outgoingView, incoming, direction, shown, content] {
         if (outgoingView) {
+            UIApplication::sharedApplication().resignFirstResponderWithin(*outgoingView);
             outgoingView->removeFromSuperview();
             outgoingView->setFrame(content);
         }

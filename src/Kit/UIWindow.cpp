@@ -21,6 +21,7 @@ void UIWindow::setRootViewController(std::shared_ptr<UIViewController> controlle
             old->beginAppearanceTransition(false, false);
         }
         if (old->isViewLoaded()) {
+            UIApplication::sharedApplication().resignFirstResponderWithin(*old->view());
             old->view()->removeFromSuperview();
         }
         old->endAppearanceTransition();
@@ -41,6 +42,9 @@ void UIWindow::setRootViewController(std::shared_ptr<UIViewController> controlle
 
 void UIWindow::setHidden(bool hidden) {
     bool changed = hidden != isHidden();
+    if (changed && hidden && !weak_from_this().expired()) {
+        UIApplication::sharedApplication().resignFirstResponderWithin(*this);
+    }
     UIView::setHidden(hidden);
     if (changed && !weak_from_this().expired()) {
         UIApplication::sharedApplication().windowDidChangeVisibility(

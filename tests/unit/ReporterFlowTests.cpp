@@ -70,6 +70,7 @@ TEST(ReporterFlow, ATesterFilesAReportFromTheTriggerToTheQueue) {
     ASSERT_TRUE(form);
     reporter.tap(*form->backButton());
     reporter.runtime.advance(1);
+    EXPECT_FALSE(UIApplication::sharedApplication().firstResponder());  // the keyboard went
     reporter.tap(*editor->sendButton());
     reporter.runtime.advance(1);
     form = reporter.top<TVKCommentsTableViewController>();
@@ -103,6 +104,7 @@ TEST(ReporterFlow, ATesterFilesAReportFromTheTriggerToTheQueue) {
     EXPECT_EQ(windowsShown(), 2u);  // the reporter fading, the confirmation over it
     reporter.runtime.advance(0.3);
     EXPECT_FALSE(reporter.window());
+    EXPECT_FALSE(UIApplication::sharedApplication().firstResponder());
     EXPECT_EQ(windowsShown(), 1u);
     reporter.runtime.advance(2.6);
     EXPECT_EQ(windowsShown(), 1u);
