@@ -517,16 +517,5 @@ TEST(CommentsForm, SubmitFillsTheSubmissionAndEndsTheSessionOnceFilesAreCopied) 
     EXPECT_EQ(TVKSettingsManager::userEmail(), "stored@example.com");
 }
 
-TEST(CommentsForm, ListsItsControlsUnderTheirVariableNames) {
-    FormScreen screen;
-    screen.show();
-    std::vector<InstanceVariable> variables =
-        screen.form->instanceVariablesDeclaredBy(Form::staticClass());
-    ASSERT_EQ(variables.size(), 5u);
-    EXPECT_EQ(variables[3].name, "_submitButton");
-    EXPECT_EQ(variables[3].value, screen.form->submitButton());
-    EXPECT_EQ(variables[4].name, "_backButton");
-}
-
 }  // namespace
 }  // namespace tarvik
