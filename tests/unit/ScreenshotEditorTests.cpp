@@ -23,13 +23,13 @@ bool sameColor(const Color& a, const Color& b) {
 
 // The colour at the centre of a button's image.
 Image::Pixel centreOfImage(const UIButton& button) {
-    const Image& image = button.imageForState(UIControlStateNormal)->bitmap();
+    Image image = button.imageForState(UIControlStateNormal)->bitmap();
     return image.pixelAt(image.pixelWidth() / 2, image.pixelHeight() / 2);
 }
 
 // How many pixels of a button's image are white: the tick's.
 int whitePixels(const UIButton& button) {
-    const Image& image = button.imageForState(UIControlStateNormal)->bitmap();
+    Image image = button.imageForState(UIControlStateNormal)->bitmap();
     int count = 0;
     for (int y = 0; y < image.pixelHeight(); ++y) {
         for (int x = 0; x < image.pixelWidth(); ++x) {
