@@ -4,6 +4,7 @@
 #include "Models/TVKIssueSubmission.h"
 #include "Models/TVKReportSession.h"
 #include "Platform/Testing/ReporterDriver.h"
+#include "Views/TVKCommentsTableViewController.h"
 #include "Views/TVKScreenshotViewController.h"
 
 #include <gtest/gtest.h>
@@ -180,19 +181,38 @@ TEST(ScreenshotEditor, ATurnOfTheInterfaceDiscardsTheDrawingAFaceUpDeviceDoesNot
     EXPECT_EQ(editor->drawingView()->frame(), editor->imageView()->frame());
 }
 
+// Holds both threads of the test platform's background queue until released, so that a
+// submission's files are still being gathered. Nothing may wait for the background meanwhile.
+class BackgroundHold {
+  public:
+    explicit BackgroundHold(ReporterDriver& reporter) {
+        for (int thread = 0; thread < 2; ++thread) {
+            reporter.runtime.platform().globalQueue().async([this] {
+                std::unique_lock lock(mutex_);
+                released_.wait(lock, [this] { return open_; });
+            });
+        }
+    }
+    ~BackgroundHold() { release(); }
+    void release() {
+        {
+            std::lock_guard lock(mutex_);
+            open_ = true;
+        }
+        released_.notify_all();
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable released_;
+    bool open_ = false;
+};
+
 TEST(ScreenshotEditor, CancelWhileFilesAreCopyingLeavesNothingBehind) {
     ReporterDriver reporter;
     reporter.tarvik.configureDirectories();
-    // Both background threads held, so the gathering cannot start before the cancel.
-    std::mutex mutex;
-    std::condition_variable released;
-    bool open = false;
-    for (int thread = 0; thread < 2; ++thread) {
-        reporter.runtime.platform().globalQueue().async([&] {
-            std::unique_lock lock(mutex);
-            released.wait(lock, [&] { return open; });
-        });
-    }
+    // The gathering cannot start before the cancel.
+    BackgroundHold hold(reporter);
     // Nothing here may wait for the background, which is held.
     reporter.tarvik.launchIssueSubmission();
     auto editor = reporter.top<TVKScreenshotViewController>();
@@ -203,11 +223,7 @@ TEST(ScreenshotEditor, CancelWhileFilesAreCopyingLeavesNothingBehind) {
                                                    cancel);
     UIApplication::sharedApplication().handleTouch(reporter.window(), 1, UITouchPhase::Ended,
                                                    cancel);
-    {
-        std::lock_guard lock(mutex);
-        open = true;
-    }
-    released.notify_all();
+    hold.release();
     reporter.runtime.drain();
     reporter.runtime.advance(0.3);
 
@@ -219,6 +235,31 @@ TEST(ScreenshotEditor, CancelWhileFilesAreCopyingLeavesNothingBehind) {
     editor.reset();
     EXPECT_TRUE(closed.expired());
     EXPECT_GE(reporter.tarvik.totalTimeInSubmissionDialog(), 4.0);
+}
+
+// Submitted before its files are gathered, the issue is handed on by the gathering's end, once.
+TEST(ScreenshotEditor, FilesGatheredAfterTheSubmitEndTheSessionFromTheGathering) {
+    ReporterDriver reporter;
+    reporter.tarvik.configureDirectories();
+    std::vector<std::shared_ptr<void>> ended;
+    reporter.runtime.runtime().notificationCenter().addObserver(
+        TarvikNotificationDidFinishCaptureSession,
+        [&](const Notification& notification) { ended.push_back(notification.object); });
+    BackgroundHold hold(reporter);
+    reporter.tarvik.launchIssueSubmission();
+    auto editor = reporter.top<TVKScreenshotViewController>();
+    editor->didTapSendButton();
+    auto form = reporter.top<TVKCommentsTableViewController>();
+    ASSERT_TRUE(form);
+    form->commentsView()->setText("It froze.");
+    form->didTapSubmitButton();
+    EXPECT_TRUE(ended.empty());
+    EXPECT_FALSE(editor->currentSubmission()->finishedCopyingFiles());
+
+    hold.release();
+    reporter.runtime.drain();
+    ASSERT_EQ(ended.size(), 1u);
+    EXPECT_EQ(ended[0], editor->currentSubmission());
 }
 
 TEST(ScreenshotEditor, TextsComeFromTheHostsTranslations) {
