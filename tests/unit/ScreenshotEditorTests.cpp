@@ -260,6 +260,8 @@ TEST(ScreenshotEditor, FilesGatheredAfterTheSubmitEndTheSessionFromTheGathering)
     reporter.runtime.drain();
     ASSERT_EQ(ended.size(), 1u);
     EXPECT_EQ(ended[0], editor->currentSubmission());
+    reporter.runtime.advance(0.3);
+    EXPECT_FALSE(reporter.window());  // the reporter has closed
 }
 
 TEST(ScreenshotEditor, TextsComeFromTheHostsTranslations) {
