@@ -64,7 +64,7 @@ std::optional<Image> SoftwareRenderer::render(UIView& root, double scale) {
 }
 
 std::optional<Image> SoftwareRenderer::renderScreen(double scale,
-                                                   const std::optional<Image>& hostWindow) {
+                                                    const std::optional<Image>& hostWindow) {
     std::vector<std::shared_ptr<UIWindow>> windows = UIApplication::sharedApplication().windows();
     for (const std::shared_ptr<UIWindow>& window : windows) {
         window->layoutIfNeeded();
