@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Accelerometer.h"
 #include "Platform/Bundle.h"
 #include "Platform/Clock.h"
 #include "Platform/Console.h"
@@ -14,6 +15,7 @@
 #include "Platform/SoundPlayer.h"
 #include "Platform/TVKHttpTransport.h"
 #include "Platform/UserDefaultsStore.h"
+#include "Platform/UserScreenshots.h"
 
 #include <functional>
 #include <memory>
@@ -43,6 +45,9 @@ class Platform {
     virtual Localization& localization() = 0;
     virtual HostWindow& hostWindow() = 0;
     virtual SoundPlayer& sounds() = 0;
+    // What starts a report by itself: the device's motion and the user's own screenshots.
+    virtual Accelerometer& accelerometer() = 0;
+    virtual UserScreenshots& userScreenshots() = 0;
     // Where the host keeps those translations, for a platform whose catalogues are named.
     virtual void setLocalizationDomain(std::optional<std::string>) {}
 

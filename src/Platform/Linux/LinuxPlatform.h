@@ -1,8 +1,10 @@
 #pragma once
 
 #include "Platform/Linux/GettextLocalization.h"
+#include "Platform/Linux/IioAccelerometer.h"
 #include "Platform/Linux/LinuxDeviceProbes.h"
 #include "Platform/Linux/PipeConsoleCapture.h"
+#include "Platform/Linux/ScreenshotFolderWatcher.h"
 #include "Platform/Platform.h"
 #include "Platform/RunLoop.h"
 #include "Platform/ThreadPool.h"
@@ -83,6 +85,8 @@ class LinuxPlatform : public Platform {
     GettextLocalization& localization() override { return localization_; }
     SuppliedHostWindow& hostWindow() override { return hostWindow_; }
     SuppliedSoundPlayer& sounds() override { return sounds_; }
+    IioAccelerometer& accelerometer() override { return accelerometer_; }
+    ScreenshotFolderWatcher& userScreenshots() override { return screenshotFolders_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -94,6 +98,7 @@ class LinuxPlatform : public Platform {
         globalQueue_.reset();
         consoleCapture_.stop();
         device_.stopWatchingMemoryPressure();
+        screenshotFolders_.stop();
     }
 
   private:
@@ -113,6 +118,8 @@ class LinuxPlatform : public Platform {
     GettextLocalization localization_;
     SuppliedHostWindow hostWindow_;
     SuppliedSoundPlayer sounds_;
+    IioAccelerometer accelerometer_{IioAccelerometer::sysfsRootFromEnvironment()};
+    ScreenshotFolderWatcher screenshotFolders_{ScreenshotFolderWatcher::defaultFolders()};
     std::unique_ptr<TVKHttpTransport> httpTransport_ = makePlatformHttpTransport();
 };
 

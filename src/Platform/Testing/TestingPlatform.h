@@ -5,6 +5,7 @@
 #include "Platform/Testing/FakeDevice.h"
 #include "Platform/Testing/FakeHttpTransport.h"
 #include "Platform/Testing/FakeReporterSeams.h"
+#include "Platform/Testing/FakeTriggers.h"
 #include "Platform/ThreadPool.h"
 
 #include <array>
@@ -136,6 +137,8 @@ class TestingPlatform : public Platform {
     TableLocalization& localization() override { return localization_; }
     FixedHostWindow& hostWindow() override { return hostWindow_; }
     RecordingSoundPlayer& sounds() override { return sounds_; }
+    ScriptedAccelerometer& accelerometer() override { return accelerometer_; }
+    ScriptedUserScreenshots& userScreenshots() override { return userScreenshots_; }
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -183,6 +186,8 @@ class TestingPlatform : public Platform {
     SystemCallLog systemCalls_;
     FixedHostWindow hostWindow_{screen_, systemCalls_};
     RecordingSoundPlayer sounds_{systemCalls_};
+    ScriptedAccelerometer accelerometer_;
+    ScriptedUserScreenshots userScreenshots_;
     mutable std::mutex bundleMutex_;
     Dictionary mainBundleInfo_;
     std::uint64_t workSubmitted();
