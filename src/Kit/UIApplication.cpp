@@ -12,11 +12,30 @@ UIApplication& UIApplication::sharedApplication() {
     return *Runtime::current().sharedInstance<UIApplication>();
 }
 
+UIApplicationMethods& UIApplication::methods() {
+    return *Runtime::current().sharedInstance<UIApplicationMethods>();
+}
+
+UIApplicationMethods::UIApplicationMethods()
+    : sendEvent([](UIApplication& application, const UIEvent& event) {
+          application.deliverEvent(event);
+      }),
+      sendAction([](UIApplication& application, const Selector& action,
+                    const std::shared_ptr<NSObject>& target,
+                    const std::shared_ptr<NSObject>& sender, const UIEvent* event) {
+          return application.deliverAction(action, target, sender, event);
+      }) {}
+
+UIApplicationMethods::Message& UIApplicationMethods::message(const std::string& selector) {
+    std::lock_guard lock(mutex_);
+    return messages_.try_emplace(selector).first->second;
+}
+
 UIApplication::UIApplication() {
     UIDevice::currentDevice().beginGeneratingDeviceOrientationNotifications();
 }
 
-void UIApplication::sendEvent(const UIEvent& event) {
+void UIApplication::deliverEvent(const UIEvent& event) {
     std::set<UIWindow*> windows;
     for (const std::shared_ptr<UITouch>& touch : event.allTouches()) {
         if (std::shared_ptr<UIWindow> window = touch->window()) {
@@ -72,8 +91,8 @@ void UIApplication::handleTouch(const std::shared_ptr<UIWindow>& window, std::ui
     }
 }
 
-bool UIApplication::sendAction(const Selector& action, const std::shared_ptr<NSObject>& target,
-                               const std::shared_ptr<NSObject>& sender, const UIEvent* event) {
+bool UIApplication::deliverAction(const Selector& action, const std::shared_ptr<NSObject>& target,
+                                  const std::shared_ptr<NSObject>& sender, const UIEvent* event) {
     if (target) {
         return action.perform(*target, sender, event);
     }

@@ -1,31 +1,63 @@
 #pragma once
 
+#include "Kit/Interposable.h"
 #include "Kit/Selector.h"
 #include "Kit/UIKeyboard.h"
 #include "Kit/UIResponder.h"
 #include "Kit/UIWindow.h"
 #include "Platform/Orientation.h"
 
+#include <tarvik/Value.h>
+
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <string>
 #include <vector>
 
 namespace tarvik {
 
-// The application as the toolkit sees it: every event passes its `sendEvent` and every
-// control's action its `sendAction`, where whoever watches the application's input can
-// observe them. One per runtime, on the main queue. Like the phone's, it has the device
-// generate orientation notifications from the moment it is made.
+class UIApplication;
+
+// The application's methods that whoever watches the application's input may wrap (see
+// Interposable): one set per runtime, as a class's methods are one set per process.
+class UIApplicationMethods {
+  public:
+    using Message = Interposable<Value(UIApplication&, const Array& arguments)>;
+
+    UIApplicationMethods();
+
+    Interposable<void(UIApplication&, const UIEvent&)> sendEvent;
+    Interposable<bool(UIApplication&, const Selector& action,
+                      const std::shared_ptr<NSObject>& target,
+                      const std::shared_ptr<NSObject>& sender, const UIEvent* event)>
+        sendAction;
+    // The application's handling of a life-cycle or delegate message, by its selector
+    // ("applicationDidBecomeActive:", "application:openURL:options:"); made, without an
+    // implementation, on first use.
+    Message& message(const std::string& selector);
+
+  private:
+    std::mutex mutex_;
+    std::map<std::string, Message, std::less<>> messages_;
+};
+
+// The application as the toolkit sees it: every event passes its `sendEvent`, every control's
+// action its `sendAction` and every message about the application's life its
+// `sendApplicationMessage`, where whoever watches the application's input can observe them.
+// One per runtime, on the main queue. Like the phone's, it has the device generate orientation
+// notifications from the moment it is made.
 class UIApplication : public UIResponder {
     TVK_KIT_CLASS(UIApplication, UIResponder)
 
   public:
     static UIApplication& sharedApplication();
+    static UIApplicationMethods& methods();
     UIApplication();
 
     // Hands an event to the windows of its touches.
-    virtual void sendEvent(const UIEvent& event);
+    void sendEvent(const UIEvent& event) { methods().sendEvent(*this, event); }
 
     // Input from a presenter (or a test): finger `finger` of `window` is at `location` (in the
     // window's coordinates) in `phase`. A touch begins on the view hit there; a view that does
@@ -38,8 +70,18 @@ class UIApplication : public UIResponder {
     // code sent it. Without a target, the first responder or the first responder after it of
     // the action's class takes it. Whether it was delivered: not when no responder is of the
     // action's class, nor when the target is not.
-    virtual bool sendAction(const Selector& action, const std::shared_ptr<NSObject>& target,
-                            const std::shared_ptr<NSObject>& sender, const UIEvent* event);
+    bool sendAction(const Selector& action, const std::shared_ptr<NSObject>& target,
+                    const std::shared_ptr<NSObject>& sender, const UIEvent* event) {
+        return methods().sendAction(*this, action, target, sender, event);
+    }
+
+    // What the system (or a host standing in for it) tells the application about its life: the
+    // message `selector` with its arguments after the application itself. Whatever the
+    // application's handling answers (null for none); a message the application does not
+    // handle does nothing.
+    Value sendApplicationMessage(const std::string& selector, const Array& arguments = {}) {
+        return methods().message(selector)(*this, arguments);
+    }
 
     // The window that takes the keyboard and other input not aimed at a point: the one most
     // recently made key that still exists and is visible, so hiding a key window hands the
@@ -63,7 +105,11 @@ class UIApplication : public UIResponder {
     void resignFirstResponderWithin(const UIView& view);
 
   private:
+    friend class UIApplicationMethods;
     friend class UIWindow;
+    void deliverEvent(const UIEvent& event);
+    bool deliverAction(const Selector& action, const std::shared_ptr<NSObject>& target,
+                       const std::shared_ptr<NSObject>& sender, const UIEvent* event);
     void windowDidBecomeKey(const std::shared_ptr<UIWindow>& window);
     void windowDidChangeVisibility(const std::shared_ptr<UIWindow>& window, bool visible);
 

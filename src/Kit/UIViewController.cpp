@@ -4,6 +4,7 @@
 #include "Kit/UINavigationItem.h"
 #include "Kit/UIScreen.h"
 #include "Kit/UIWindow.h"
+#include "Platform/Runtime.h"
 
 #include <algorithm>
 
@@ -19,6 +20,15 @@ std::shared_ptr<UIWindow> windowOfView(const UIView& view) {
         root = parent;
     }
     return std::dynamic_pointer_cast<UIWindow>(root);
+}
+
+UIViewControllerMethods::UIViewControllerMethods()
+    : viewWillAppear([](UIViewController& controller, bool animated) {
+          controller.viewWillAppear(animated);
+      }) {}
+
+UIViewControllerMethods& UIViewController::methods() {
+    return *Runtime::current().sharedInstance<UIViewControllerMethods>();
 }
 
 UIViewController::UIViewController() = default;
@@ -65,7 +75,7 @@ void UIViewController::beginAppearanceTransition(bool isAppearing, bool animated
     }
     transitionAnimated_ = animated;
     if (isAppearing) {
-        viewWillAppear(animated);
+        methods().viewWillAppear(*this, animated);
     } else {
         viewWillDisappear(animated);
     }

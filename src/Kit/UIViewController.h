@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Kit/Interposable.h"
 #include "Kit/UIResponder.h"
 #include "Kit/UIView.h"
 
@@ -12,7 +13,17 @@ namespace tarvik {
 
 class UINavigationController;
 class UINavigationItem;
+class UIViewController;
 class UIWindow;
+
+// The view controllers' methods that whoever watches the application may wrap (see
+// Interposable), one set per runtime: the appearance of a screen, which runs the controller's
+// own `viewWillAppear`.
+class UIViewControllerMethods {
+  public:
+    UIViewControllerMethods();
+    Interposable<void(UIViewController&, bool animated)> viewWillAppear;
+};
 
 // Manages one screen's view: makes it on first use, and is told when it is about to come on
 // screen or go off it. Containers (a navigation controller), windows and presentations drive
@@ -25,6 +36,7 @@ class UIViewController : public UIResponder {
     TVK_KIT_CLASS(UIViewController, UIResponder)
 
   public:
+    static UIViewControllerMethods& methods();
     UIViewController();
     ~UIViewController() override;
     UIViewController(const UIViewController&) = delete;

@@ -10,7 +10,10 @@
 #include "Helpers/TVKRetryManager.h"
 #include "Helpers/TVKScreenshotHelper.h"
 #include "Helpers/TVKSettingsManager.h"
+#include "Helpers/TVKShakeDetectionHelper.h"
+#include "Helpers/UIApplication+Tarvik.h"
 #include "Helpers/UIColor+Tarvik.h"
+#include "Helpers/UIViewController+Tarvik.h"
 #include "Kit/UIScreen.h"
 #include "Kit/UIView.h"
 #include "Kit/UIWindow.h"
@@ -132,8 +135,8 @@ Tarvik& Tarvik::startWithAPIKey(const std::optional<std::string>& apiKey,
         }
         return sharedInstance();
     }
-    // Interaction tracking interposes the application's event dispatch here, once per
-    // process, when it lands.
+    UIApplicationTarvik::tarvik_swizzleMethods();
+    UIViewControllerTarvik::tarvik_swizzleMethods();
     Tarvik& tarvik = sharedInstance();
     tarvik.setApiKey(std::string(key));
     tarvik.setDebug(debug);
@@ -224,14 +227,14 @@ void Tarvik::setProcessType(TarvikProcessType processType) {
     processType_.store(processType);
     switch (processType) {
         case TarvikProcessTypeShake:
-            // Shake detection starts here once it lands.
+            TVKShakeDetectionHelper::startDetectingShake();
             break;
         case TarvikProcessTypeManual:
             // Deliberately nothing more: no instruction overlay, and shake detection that an
             // earlier type started keeps running.
             return;
         case TarvikProcessTypeScreenshot:
-            // Screenshot detection starts here once it lands.
+            TVKScreenshotHelper::beginDetectingScreenshot();
             break;
         default:
             break;
@@ -256,7 +259,7 @@ void Tarvik::setProcessType(TarvikProcessType processType) {
         }
     }
     if (processType != TarvikProcessTypeShake) {
-        // Shake detection stops here once it lands.
+        TVKShakeDetectionHelper::stopDetectingShake();
     }
 }
 

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Platform/Accelerometer.h"
+
+#include <optional>
+
+namespace tarvik {
+
+// The device's motion data as the phone's motion manager gives it, over the platform's
+// accelerometer. While updates run the hardware takes a sample every update interval; the
+// manager keeps only the latest, which stays readable after the updates stop. A sensor that is
+// read on demand is read when the updates stop, standing for the last sample of the run, and
+// only for a run that lasted at least one interval. Not thread-safe: its owner serialises it.
+class CMMotionManager {
+  public:
+    explicit CMMotionManager(Accelerometer& accelerometer) : accelerometer_(accelerometer) {}
+
+    bool isAccelerometerAvailable() const { return accelerometer_.isAvailable(); }
+    void setAccelerometerUpdateInterval(double seconds) { updateInterval_ = seconds; }
+    double accelerometerUpdateInterval() const { return updateInterval_; }
+    bool isAccelerometerActive() const { return runStart_.has_value(); }
+
+    void startAccelerometerUpdates();
+    void stopAccelerometerUpdates();
+    // The latest sample; none before the first, and none after a run whose reading failed (a
+    // stale sample would otherwise be seen again and again).
+    std::optional<Acceleration> accelerometerData() const { return latest_; }
+
+  private:
+    Accelerometer& accelerometer_;
+    double updateInterval_ = 0.01;
+    std::optional<double> runStart_;  // media time, while updates run
+    std::optional<Acceleration> latest_;
+};
+
+}  // namespace tarvik
