@@ -16,9 +16,15 @@ void CMMotionManager::stopAccelerometerUpdates() {
     }
     double ran = Runtime::current().clock().mediaTime() - *runStart_;
     runStart_.reset();
-    if (ran >= updateInterval_) {
+    sampleToRead_ = sampleToRead_ || ran >= updateInterval_;
+}
+
+std::optional<Acceleration> CMMotionManager::accelerometerData() {
+    if (sampleToRead_ && !runStart_) {
         latest_ = accelerometer_.read();
+        sampleToRead_ = false;
     }
+    return latest_;
 }
 
 }  // namespace tarvik

@@ -4,13 +4,13 @@
 #include "Helpers/TVKMemoryManager.h"
 #include "Platform/SystemNotifications.h"
 #include "Platform/Testing/TestRuntime.h"
+#include "support/TrackingLog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 namespace tarvik {
@@ -18,17 +18,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using testing::TestRuntime;
-
-// The user-tracking log's records, without their time stamps.
-std::vector<std::string> trackingLogMessages() {
-    std::ifstream in(TVKLogger::sharedInstance()->userTrackingLogFilePath());
-    std::vector<std::string> messages;
-    for (std::string line; std::getline(in, line);) {
-        // "yyyy-MM-dd HH:mm:ss.SSSSSS message"
-        messages.push_back(line.size() > 27 ? line.substr(27) : "<short line: " + line + ">");
-    }
-    return messages;
-}
+using testsupport::trackingLogMessages;
 
 TEST(MemoryWarnings, StartingTheSdkLogsPressureOnTheMainQueueAndTheHostsWarningsToo) {
     TestRuntime test;
