@@ -1,9 +1,13 @@
+#include "Helpers/TVKLogger.h"
+#include "Helpers/UIApplication+Tarvik.h"
+#include "Helpers/UIViewController+Tarvik.h"
 #include "Kit/UIAlertController.h"
 #include "Kit/UIApplication.h"
 #include "Models/TVKIssueSubmission.h"
 #include "Platform/Testing/ReporterDriver.h"
 #include "Views/TVKCommentsTableViewController.h"
 #include "Views/TVKScreenshotViewController.h"
+#include "support/TrackingLog.h"
 
 #include <gtest/gtest.h>
 
@@ -46,6 +50,9 @@ std::string alertMessageOn(const UIWindow& window) {
 
 TEST(ReporterFlow, ATesterFilesAReportFromTheTriggerToTheQueue) {
     ReporterDriver reporter;
+    UIApplicationTarvik::tarvik_swizzleMethods();
+    UIViewControllerTarvik::tarvik_swizzleMethods();
+    std::filesystem::create_directories(TVKLogger::tempLogsDirectory());
     auto delegate = std::make_shared<RecordingDelegate>();
     reporter.tarvik.setDelegate(delegate);
     reporter.tarvik.setApiKey("flow-key");
@@ -111,6 +118,9 @@ TEST(ReporterFlow, ATesterFilesAReportFromTheTriggerToTheQueue) {
     reporter.runtime.advance(0.5);
     EXPECT_EQ(windowsShown(), 0u);
     EXPECT_GT(reporter.tarvik.totalTimeInSubmissionDialog(), 0);
+    // The reporter's controls and screens leave no steps; the system's alerts over it do.
+    EXPECT_EQ(testsupport::trackingLogMessages(),
+              std::vector<std::string>(2, "-[UIAlertController viewWillAppear:]"));
     EXPECT_EQ(reporter.tarvik.userComments(), "Checkout total is wrong");
 
     // Queued with everything the report is made of.
