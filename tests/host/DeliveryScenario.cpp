@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <optional>
 #include <set>
@@ -34,8 +35,9 @@ using Options = std::map<std::string, std::vector<std::string>>;
 std::optional<Options> parseOptions(const std::vector<std::string>& arguments) {
     static const std::set<std::string> flags{"--include-attachments", "--until-delivered",
                                              "--until-queued", "--report-issue"};
-    static const std::set<std::string> valued{"--service", "--pin",    "--ca-bundle", "--api-key",
-                                              "--message", "--attach", "--run"};
+    static const std::set<std::string> valued{"--service", "--pin",     "--ca-bundle",
+                                              "--api-key", "--message", "--attach",
+                                              "--run",     "--shake-x", "--screenshot-into"};
     Options options;
     for (std::size_t i = 1; i < arguments.size(); ++i) {
         const std::string& name = arguments[i];
@@ -91,6 +93,27 @@ void describeSession(tarvik::Tarvik& sdk) {
     tarvik::Runtime::current().platform().consoleCapture().flush();
 }
 
+// What opens the reporter: the host's call, or, as a person would, a shake of the virtual
+// accelerometer (its x raw file set to a strong value for as long as the reporter takes to open)
+// or a screenshot saved into the screenshots folder, made first if it does not exist.
+ReportTrigger reportTrigger(tarvik::Tarvik& sdk, const Options& options) {
+    if (options.contains("--shake-x")) {
+        std::string rawFile = lastValue(options, "--shake-x", "");
+        return {[rawFile] { std::ofstream(rawFile) << "2000\n"; },
+                [rawFile] { std::ofstream(rawFile) << "0\n"; }};
+    }
+    if (options.contains("--screenshot-into")) {
+        std::filesystem::path folder = lastValue(options, "--screenshot-into", "");
+        return {[folder] {
+                    std::filesystem::create_directories(folder);
+                    std::ofstream(folder / "Screenshot from 2026-11-25 10-00-00.png")
+                        << "\x89PNG\r\n\x1a\n";
+                },
+                {}};
+    }
+    return {[&sdk] { sdk.presentReportIssueController(); }, {}};
+}
+
 }  // namespace
 
 // Named with external linkage, so that the event's method name and its stack trace's first
@@ -127,8 +150,13 @@ int runDeliveryScenario(const std::vector<std::string>& arguments, const Report&
          {"CFBundleShortVersionString", "2.5"},
          {"CFBundleVersion", "250"},
          {"CFBundleIcons", tarvik::Dictionary{{"CFBundlePrimaryIcon", icon}}}});
+    // The report's trigger decides the process type the SDK starts in.
+    tarvik::TarvikProcessType processType =
+        options->contains("--shake-x")           ? tarvik::TarvikProcessTypeShake
+        : options->contains("--screenshot-into") ? tarvik::TarvikProcessTypeScreenshot
+                                                 : tarvik::TarvikProcessTypeManual;
     tarvik::Tarvik& sdk = tarvik::Tarvik::startWithAPIKey(
-        lastValue(*options, "--api-key", "test-key"), tarvik::TarvikProcessTypeManual, false);
+        lastValue(*options, "--api-key", "test-key"), processType, false);
 
     // Every folder moved into the events' Queued folder is reported. The kernel keeps each move
     // as an inotify event, so a submission that is sent and deleted at once is still seen.
@@ -169,7 +197,8 @@ int runDeliveryScenario(const std::vector<std::string>& arguments, const Report&
         poll();
     }
     if (options->contains("--report-issue") &&
-        !fileIssueReport(sdk, lastValue(*options, "--message", "host issue"), report)) {
+        !fileIssueReport(sdk, lastValue(*options, "--message", "host issue"),
+                         reportTrigger(sdk, *options), report)) {
         return 1;
     }
     tarvik::runMainLoop(std::atof(lastValue(*options, "--run", "0").c_str()), [&] {

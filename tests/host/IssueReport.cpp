@@ -35,7 +35,7 @@ std::optional<Image> hostScreen(double scale) {
 
 }  // namespace
 
-bool fileIssueReport(Tarvik& sdk, const std::string& description,
+bool fileIssueReport(Tarvik& sdk, const std::string& description, const ReportTrigger& trigger,
                      const std::function<void(const std::string&)>& report) {
     auto& platform = dynamic_cast<LinuxPlatform&>(Runtime::current().platform());
     auto& screen = dynamic_cast<DesktopScreenMetrics&>(platform.screen());
@@ -44,7 +44,11 @@ bool fileIssueReport(Tarvik& sdk, const std::string& description,
 
     // A person's pauses run the SDK's main loop, so animations and timers run in real time.
     testing::ReporterFingers person([](double seconds) { runMainLoop(seconds); });
-    sdk.presentReportIssueController();
+    trigger.start();
+    runMainLoop(5, [&] { return sdk.window() != nullptr; });
+    if (trigger.settle) {
+        trigger.settle();
+    }
     auto editor = person.top<TVKScreenshotViewController>();
     if (!editor) {
         std::fprintf(stderr, "host: the reporter did not open\n");
