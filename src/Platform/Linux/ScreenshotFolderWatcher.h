@@ -3,7 +3,9 @@
 #include "Platform/UserScreenshots.h"
 
 #include <functional>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace tarvik {
@@ -11,23 +13,41 @@ namespace tarvik {
 // Notices the desktop's screenshots: a new image file that appears in one of the folders where
 // screenshot tools save (created and closed, renamed into place, or moved in). Folders that do
 // not exist yet are watched from their nearest existing parent until they appear.
+//
+// Where inotify cannot start, nothing is watched and no screenshot is ever noticed; that is not
+// an error.
 class ScreenshotFolderWatcher : public UserScreenshots {
   public:
     // The user's pictures folder (XDG_PICTURES_DIR of the user-dirs file, else ~/Pictures) and
     // its "Screenshots" subfolder, under its English and its localised name.
     static std::vector<std::string> defaultFolders();
+    // The pictures folder named by the text of a user-dirs file, with `$HOME` standing for
+    // `home`; `home`/Pictures when the file names none or disables it.
+    static std::string picturesFolder(const std::string& userDirsText, const std::string& home);
 
     explicit ScreenshotFolderWatcher(std::vector<std::string> folders);
     ~ScreenshotFolderWatcher() override;
     ScreenshotFolderWatcher(const ScreenshotFolderWatcher&) = delete;
     ScreenshotFolderWatcher& operator=(const ScreenshotFolderWatcher&) = delete;
 
+    // Starts the watching thread, or, when already watching, only replaces the callback. After
+    // stop() it starts watching again.
     void watch(std::function<void()> didTakeScreenshot) override;
     // Ends the watching; safe to call more than once.
     void stop();
 
   private:
-    std::vector<std::string> folders_;
+    class Watches;  // the inotify descriptor and what it watches; the thread's alone
+
+    void run(Watches& watches, int wakeFd);
+    void notify();
+
+    const std::vector<std::string> folders_;
+    std::mutex lifecycleMutex_;  // watch and stop; never taken by the thread
+    std::thread thread_;
+    int wakeFd_ = -1;
+    std::mutex callbackMutex_;
+    std::function<void()> didTakeScreenshot_;
 };
 
 }  // namespace tarvik
