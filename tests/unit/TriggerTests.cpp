@@ -4,6 +4,7 @@
 #include "Helpers/TVKLogger.h"
 #include "Helpers/TVKScreenshotHelper.h"
 #include "Helpers/TVKShakeDetectionHelper.h"
+#include "Kit/UIApplication.h"
 #include "Platform/SystemNotifications.h"
 #include "Platform/Testing/TestRuntime.h"
 #include "support/TrackingLog.h"
@@ -151,6 +152,11 @@ TEST_F(Triggers, AShakeAfterTheStartOpensOneReporter) {
     EXPECT_EQ(tarvik.window(), reporter);
     EXPECT_EQ(test.platform().systemCalls().calls(),
               (std::vector<std::string>{"sound 1108", "snapshot"}));
+    // The start tracks the application's dispatch too.
+    UIApplication::sharedApplication().sendApplicationMessage(
+        "application:performFetchWithCompletionHandler:");
+    EXPECT_THAT(testsupport::trackingLogMessages(),
+                Contains("-[UIApplication application:performFetchWithCompletionHandler:]"));
 }
 
 TEST_F(Triggers, TheUsersScreenshotOpensTheReporterOnlyInTheScreenshotType) {
