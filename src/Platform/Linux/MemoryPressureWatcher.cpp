@@ -6,7 +6,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace tarvik {
@@ -14,55 +13,20 @@ namespace tarvik {
 MemoryPressureWatcher::MemoryPressureWatcher(std::string pressureFile)
     : pressureFile_(std::move(pressureFile)) {}
 
-MemoryPressureWatcher::~MemoryPressureWatcher() {
-    stop();
-}
-
 bool MemoryPressureWatcher::start(std::function<void()> onPressure) {
-    std::lock_guard lifecycle(lifecycleMutex_);
-    {
-        std::lock_guard lock(callbackMutex_);
-        onPressure_ = std::move(onPressure);
-    }
-    if (thread_.joinable()) {
-        return true;
-    }
-    int pressureFd = ::open(pressureFile_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    if (pressureFd < 0) {
-        return false;
-    }
-    // The trigger lives as long as this descriptor stays open.
-    size_t length = std::strlen(kTrigger) + 1;
-    if (::write(pressureFd, kTrigger, length) != static_cast<ssize_t>(length)) {
-        ::close(pressureFd);
-        return false;
-    }
-    int wakeFd = ::eventfd(0, EFD_CLOEXEC);
-    if (wakeFd < 0) {
-        ::close(pressureFd);
-        return false;
-    }
-    wakeFd_ = wakeFd;
-    thread_ = std::thread([this, pressureFd, wakeFd] { run(pressureFd, wakeFd); });
-    return true;
-}
-
-void MemoryPressureWatcher::stop() {
-    std::lock_guard lifecycle(lifecycleMutex_);
-    if (thread_.joinable()) {
-        std::uint64_t one = 1;
-        [[maybe_unused]] ssize_t written = ::write(wakeFd_, &one, sizeof one);
-        thread_.join();
-        ::close(wakeFd_);
-        wakeFd_ = -1;
-    }
-    std::lock_guard lock(callbackMutex_);
-    onPressure_ = nullptr;
-}
-
-bool MemoryPressureWatcher::isWatching() const {
-    std::lock_guard lifecycle(lifecycleMutex_);
-    return thread_.joinable();
+    return thread_.start(std::move(onPressure), [this]() -> WatchThread::Loop {
+        int pressureFd = ::open(pressureFile_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+        if (pressureFd < 0) {
+            return nullptr;
+        }
+        // The trigger lives as long as this descriptor stays open.
+        size_t length = std::strlen(kTrigger) + 1;
+        if (::write(pressureFd, kTrigger, length) != static_cast<ssize_t>(length)) {
+            ::close(pressureFd);
+            return nullptr;
+        }
+        return [this, pressureFd](int wakeFd) { run(pressureFd, wakeFd); };
+    });
 }
 
 void MemoryPressureWatcher::run(int pressureFd, int wakeFd) {
@@ -82,21 +46,10 @@ void MemoryPressureWatcher::run(int pressureFd, int wakeFd) {
             break;
         }
         if (watched[0].revents & POLLPRI) {
-            notify();
+            thread_.notify();
         }
     }
     ::close(pressureFd);
-}
-
-void MemoryPressureWatcher::notify() {
-    std::function<void()> onPressure;
-    {
-        std::lock_guard lock(callbackMutex_);
-        onPressure = onPressure_;
-    }
-    if (onPressure) {
-        onPressure();
-    }
 }
 
 }  // namespace tarvik

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "Platform/Linux/WatchThread.h"
+
 #include <functional>
-#include <mutex>
 #include <string>
-#include <thread>
 
 namespace tarvik {
 
@@ -20,27 +20,19 @@ class MemoryPressureWatcher {
     static constexpr const char* kTrigger = "some 150000 2000000";
 
     explicit MemoryPressureWatcher(std::string pressureFile = "/proc/pressure/memory");
-    ~MemoryPressureWatcher();
-    MemoryPressureWatcher(const MemoryPressureWatcher&) = delete;
-    MemoryPressureWatcher& operator=(const MemoryPressureWatcher&) = delete;
 
     // Arms the trigger and starts the thread, or, when already watching, only replaces the
     // callback. False when pressure cannot be watched here.
     bool start(std::function<void()> onPressure);
     // Wakes the thread and waits for it to end. Safe to call more than once.
-    void stop();
-    bool isWatching() const;
+    void stop() { thread_.stop(); }
+    bool isWatching() const { return thread_.isRunning(); }
 
   private:
     void run(int pressureFd, int wakeFd);
-    void notify();
 
     const std::string pressureFile_;
-    mutable std::mutex lifecycleMutex_;  // start and stop; never taken by the thread
-    std::thread thread_;
-    int wakeFd_ = -1;
-    std::mutex callbackMutex_;
-    std::function<void()> onPressure_;
+    WatchThread thread_;
 };
 
 }  // namespace tarvik

@@ -15,7 +15,6 @@
 
 #include <libintl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -301,48 +300,19 @@ std::vector<std::string> ScreenshotFolderWatcher::defaultFolders() {
 ScreenshotFolderWatcher::ScreenshotFolderWatcher(std::vector<std::string> folders)
     : folders_(std::move(folders)) {}
 
-ScreenshotFolderWatcher::~ScreenshotFolderWatcher() {
-    stop();
-}
-
 void ScreenshotFolderWatcher::watch(std::function<void()> didTakeScreenshot) {
-    std::lock_guard lifecycle(lifecycleMutex_);
-    {
-        std::lock_guard lock(callbackMutex_);
-        didTakeScreenshot_ = std::move(didTakeScreenshot);
-    }
-    if (thread_.joinable()) {
-        return;
-    }
-    // Without inotify or an eventfd (descriptor limits, a seccomp filter) nothing is watched:
-    // screenshots then never open the reporter, and the host is not told.
-    int inotifyFd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    if (inotifyFd < 0) {
-        return;
-    }
-    int wakeFd = ::eventfd(0, EFD_CLOEXEC);
-    if (wakeFd < 0) {
-        ::close(inotifyFd);
-        return;
-    }
-    auto watches = std::make_unique<Watches>(inotifyFd, folders_, [this] { notify(); });
-    // Watched before returning, so that a screenshot taken right after this call is seen.
-    watches->rewatch(false);
-    wakeFd_ = wakeFd;
-    thread_ = std::thread([this, wakeFd, watches = std::move(watches)] { run(*watches, wakeFd); });
-}
-
-void ScreenshotFolderWatcher::stop() {
-    std::lock_guard lifecycle(lifecycleMutex_);
-    if (thread_.joinable()) {
-        std::uint64_t one = 1;
-        [[maybe_unused]] ssize_t written = ::write(wakeFd_, &one, sizeof one);
-        thread_.join();
-        ::close(wakeFd_);
-        wakeFd_ = -1;
-    }
-    std::lock_guard lock(callbackMutex_);
-    didTakeScreenshot_ = nullptr;
+    thread_.start(std::move(didTakeScreenshot), [this]() -> WatchThread::Loop {
+        // Without inotify nothing is watched: screenshots then never open the reporter, and the
+        // host is not told.
+        int inotifyFd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        if (inotifyFd < 0) {
+            return nullptr;
+        }
+        auto watches = std::make_shared<Watches>(inotifyFd, folders_, [this] { thread_.notify(); });
+        // Watched before returning, so that a screenshot taken right after this call is seen.
+        watches->rewatch(false);
+        return [watches](int wakeFd) { run(*watches, wakeFd); };
+    });
 }
 
 void ScreenshotFolderWatcher::run(Watches& watches, int wakeFd) {
@@ -363,17 +333,6 @@ void ScreenshotFolderWatcher::run(Watches& watches, int wakeFd) {
         if (watched[1].revents != 0) {
             break;
         }
-    }
-}
-
-void ScreenshotFolderWatcher::notify() {
-    std::function<void()> didTakeScreenshot;
-    {
-        std::lock_guard lock(callbackMutex_);
-        didTakeScreenshot = didTakeScreenshot_;
-    }
-    if (didTakeScreenshot) {
-        didTakeScreenshot();
     }
 }
 

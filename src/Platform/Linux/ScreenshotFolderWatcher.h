@@ -1,11 +1,10 @@
 #pragma once
 
+#include "Platform/Linux/WatchThread.h"
 #include "Platform/UserScreenshots.h"
 
 #include <functional>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace tarvik {
@@ -26,28 +25,20 @@ class ScreenshotFolderWatcher : public UserScreenshots {
     static std::string picturesFolder(const std::string& userDirsText, const std::string& home);
 
     explicit ScreenshotFolderWatcher(std::vector<std::string> folders);
-    ~ScreenshotFolderWatcher() override;
-    ScreenshotFolderWatcher(const ScreenshotFolderWatcher&) = delete;
-    ScreenshotFolderWatcher& operator=(const ScreenshotFolderWatcher&) = delete;
 
     // Starts the watching thread, or, when already watching, only replaces the callback. After
     // stop() it starts watching again.
     void watch(std::function<void()> didTakeScreenshot) override;
     // Ends the watching; safe to call more than once.
-    void stop();
+    void stop() { thread_.stop(); }
 
   private:
     class Watches;  // the inotify descriptor and what it watches; the thread's alone
 
-    void run(Watches& watches, int wakeFd);
-    void notify();
+    static void run(Watches& watches, int wakeFd);
 
     const std::vector<std::string> folders_;
-    std::mutex lifecycleMutex_;  // watch and stop; never taken by the thread
-    std::thread thread_;
-    int wakeFd_ = -1;
-    std::mutex callbackMutex_;
-    std::function<void()> didTakeScreenshot_;
+    WatchThread thread_;
 };
 
 }  // namespace tarvik
