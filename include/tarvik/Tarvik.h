@@ -153,6 +153,10 @@ class Tarvik {
     std::atomic<bool> collectUserDefaults_{true};
     std::atomic<bool> saveUserLocation_{true};
     std::atomic<TarvikProcessType> processType_{TarvikProcessTypeShake};
+    // Holds a type's store with the arming of its trigger, and the stop of shake detection with
+    // the test of the stored type, so that two threads setting types at once cannot leave the
+    // shake type without detection.
+    std::mutex triggerMutex_;
     // Events recorded before the start, reported by the next start in debug mode.
     std::atomic<std::int64_t> eventsDroppedBeforeStart_{0};
 

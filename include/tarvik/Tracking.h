@@ -8,9 +8,11 @@
 
 // Interaction tracking for a host whose interface the SDK does not dispatch itself. Each report
 // carries the user's steps before it ("user_tracking_logs.txt"): the actions the host's controls
-// sent, the screens that appeared and the application's life-cycle callbacks. Interfaces built on
-// the SDK's toolkit are tracked without any call; any other host reports its own, with the same
-// lines and the same ignore rules. Safe from any thread; lines keep the order of the calls.
+// sent, the screens that appeared and the application's life-cycle callbacks. The actions and
+// screens of interfaces built on the SDK's toolkit are tracked without any call, and so are the
+// callbacks a platform layer hands to the toolkit's application; any other host reports its
+// own, with the same lines and the same ignore rules. Safe from any thread; lines keep the order
+// of the calls.
 //
 //     // A button held in the checkout screen's variable _payButton sent pay: to that screen.
 //     tarvik::trackAction("CheckoutViewController", "pay:", "UIButton", button, "_payButton");

@@ -35,9 +35,9 @@ namespace UIApplicationTarvik {
 //    are left alone.
 void tarvik_swizzleMethods();
 
-// The wrapper of `sendEvent`: a motion event (type 1), which the simulator sends for its shake
-// command and a desktop for its stand-in, posts "TarvikNotificationDidShakeInSimulator"; every
-// event then goes on as it came. Nothing is logged.
+// The wrapper of `sendEvent`: a motion event (type 1), as the simulator sends for its shake
+// command, posts "TarvikNotificationDidShakeInSimulator"; every event then goes on as it came.
+// Nothing is logged.
 void tarvik_sendEvent(const std::function<void(UIApplication&, const UIEvent&)>& previous,
                       UIApplication& application, const UIEvent& event);
 

@@ -224,20 +224,23 @@ void Tarvik::didCallToCopyAllFiles(const std::shared_ptr<TVKSubmission>& submiss
 }
 
 void Tarvik::setProcessType(TarvikProcessType processType) {
-    processType_.store(processType);
-    switch (processType) {
-        case TarvikProcessTypeShake:
-            TVKShakeDetectionHelper::startDetectingShake();
-            break;
-        case TarvikProcessTypeManual:
-            // Deliberately nothing more: no instruction overlay, and shake detection that an
-            // earlier type started keeps running.
-            return;
-        case TarvikProcessTypeScreenshot:
-            TVKScreenshotHelper::beginDetectingScreenshot();
-            break;
-        default:
-            break;
+    {
+        std::lock_guard triggers(triggerMutex_);
+        processType_.store(processType);
+        switch (processType) {
+            case TarvikProcessTypeShake:
+                TVKShakeDetectionHelper::startDetectingShake();
+                break;
+            case TarvikProcessTypeManual:
+                // Deliberately nothing more: no instruction overlay, and shake detection that
+                // an earlier type started keeps running.
+                return;
+            case TarvikProcessTypeScreenshot:
+                TVKScreenshotHelper::beginDetectingScreenshot();
+                break;
+            default:
+                break;
+        }
     }
     std::shared_ptr<TarvikDelegate> delegate;
     bool consider = false;
@@ -258,7 +261,9 @@ void Tarvik::setProcessType(TarvikProcessType processType) {
             TVKInstructionAlertView::show();
         }
     }
-    if (processType != TarvikProcessTypeShake) {
+    // The type stored now: another thread may have stored the shake type since.
+    std::lock_guard triggers(triggerMutex_);
+    if (processType_.load() != TarvikProcessTypeShake) {
         TVKShakeDetectionHelper::stopDetectingShake();
     }
 }

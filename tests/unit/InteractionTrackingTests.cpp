@@ -173,10 +173,12 @@ TEST_F(InteractionTracking, WrappersRunFirstAndHandOnTheSameArgumentsAndResultOn
             return false;
         });
     Array openedWith;
+    std::size_t linesBeforeOpening = 0;
     UIApplication::methods()
         .message("application:openURL:options:")
         .implement([&](UIApplication&, const Array& arguments) {
             openedWith = arguments;
+            linesBeforeOpening = trackingLogMessages().size();
             return Value(true);
         });
     install();
@@ -200,6 +202,7 @@ TEST_F(InteractionTracking, WrappersRunFirstAndHandOnTheSameArgumentsAndResultOn
     EXPECT_EQ(received.event, &event);
     EXPECT_EQ(opened, Value(true));
     EXPECT_EQ(openedWith, arguments);
+    EXPECT_EQ(linesBeforeOpening, 4u);
     EXPECT_THAT(trackingLogMessages(),
                 ElementsAre(::testing::StartsWith("-[CheckoutViewController pay:] from"),
                             "-[UIApplication application:openURL:options:]",
@@ -284,15 +287,20 @@ TEST_F(InteractionTracking, AMotionEventBecomesTheSimulatorShakeAndGoesOnUnchang
     EXPECT_TRUE(trackingLogMessages().empty());  // events themselves are never logged
 }
 
-TEST_F(InteractionTracking, AHostsOwnActionsFollowTheActionRules) {
+TEST_F(InteractionTracking, AHostsOwnActionsFollowTheActionRulesAsDoActionsWithoutObjects) {
     int sender = 0;
     trackAction("CheckoutViewController", "pay:", "GtkButton", &sender, "pay_button");
     trackAction("TVKButton", "press", "GtkButton", &sender);
     trackAction("OrdersView", "refresh:", "GtkButton", &sender);
+    // An action without a target or sender, as the toolkit sends it to the responder chain.
+    install();
+    UIApplication::sharedApplication().sendAction(
+        Selector::method("refresh:", &CheckoutViewController::pay), nullptr, nullptr, nullptr);
     EXPECT_THAT(trackingLogMessages(),
                 ElementsAre("-[CheckoutViewController pay:] from <GtkButton: " + address(&sender) +
                                 "> (ivar: pay_button)",
-                            "-[OrdersView refresh:] from <GtkButton: " + address(&sender) + ">"));
+                            "-[OrdersView refresh:] from <GtkButton: " + address(&sender) + ">",
+                            "-[(null) refresh:] from <(null): 0x0>"));
 }
 
 }  // namespace

@@ -173,6 +173,8 @@ TEST_F(Triggers, TheUsersScreenshotOpensTheReporterOnlyInTheScreenshotType) {
     tarvik.setProcessType(TarvikProcessTypeShake);  // the observer stays, the type test fails
     EXPECT_TRUE(screenshots.isWatched());
     takeScreenshot();
+    tarvik.setProcessType(3);  // a type without a trigger
+    takeScreenshot();
     EXPECT_EQ(launches, 0);
 
     tarvik.setProcessType(TarvikProcessTypeScreenshot);
