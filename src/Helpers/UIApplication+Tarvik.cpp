@@ -131,14 +131,6 @@ const TrackedMessage* trackedMessage(std::string_view selector) {
     return nullptr;
 }
 
-std::vector<std::string_view> selectorsOf(const std::vector<TrackedMessage>& messages) {
-    std::vector<std::string_view> selectors;
-    for (const TrackedMessage& message : messages) {
-        selectors.push_back(message.selector);
-    }
-    return selectors;
-}
-
 // A token's description is its bytes in hexadecimal, in groups between angle brackets; without
 // the brackets and blanks that is the plain run of digits a push service expects.
 std::string deviceTokenText(const Value& token) {
@@ -290,21 +282,6 @@ const std::array<std::string_view, 9>& tarvik_classNameIgnoreList() {
 bool tarvik_shouldLogActionToClass(std::string_view className) {
     const auto& ignored = tarvik_classNameIgnoreList();
     return std::find(ignored.begin(), ignored.end(), className) == ignored.end();
-}
-
-const std::vector<std::string_view>& tarvik_delegateSelectors() {
-    static const std::vector<std::string_view> selectors = selectorsOf(delegateMessages());
-    return selectors;
-}
-
-const std::vector<std::string_view>& tarvik_lifeCycleSelectors() {
-    static const std::vector<std::string_view> selectors = selectorsOf(lifeCycleMessages());
-    return selectors;
-}
-
-const std::vector<std::string_view>& tarvik_registrationSelectors() {
-    static const std::vector<std::string_view> selectors = selectorsOf(registrationMessages());
-    return selectors;
 }
 
 bool tarvik_logApplicationMessage(std::string_view applicationClassName, std::string_view selector,

@@ -27,12 +27,13 @@ namespace UIApplicationTarvik {
 
 // Wraps the application's methods, once per runtime however often it is called (a second
 // wrapping would log every line twice):
-// 1. `sendEvent` and `sendAction`, and each delegate message of `tarvik_delegateSelectors`, in
-//    that order; a delegate message that the application does not handle is handled from then
-//    on, by the wrapper alone;
-// 2. each life-cycle message of `tarvik_lifeCycleSelectors` and each registration message of
-//    `tarvik_registrationSelectors` that the application handles at this moment; the others
-//    are left alone.
+// 1. `sendEvent` and `sendAction`, and each of the 23 delegate messages (launching, URLs, the
+//    status bar, notifications, user activities, background work, shortcuts, shares), in that
+//    order; a delegate message that the application does not handle is handled from then on,
+//    by the wrapper alone;
+// 2. each of the 11 life-cycle messages ("applicationDidBecomeActive:" and its kin) and the two
+//    registration messages that the application handles at this moment; the others are left
+//    alone.
 void tarvik_swizzleMethods();
 
 // The wrapper of `sendEvent`: a motion event (type 1), as the simulator sends for its shake
@@ -69,11 +70,6 @@ std::optional<std::string> tarvik_propertyName(const std::shared_ptr<NSObject>& 
 // one is logged.
 bool tarvik_shouldLogActionToClass(std::string_view className);
 const std::array<std::string_view, 9>& tarvik_classNameIgnoreList();
-
-// The delegate, life-cycle and registration messages that tracking logs, by selector.
-const std::vector<std::string_view>& tarvik_delegateSelectors();
-const std::vector<std::string_view>& tarvik_lifeCycleSelectors();
-const std::vector<std::string_view>& tarvik_registrationSelectors();
 
 // Logs what the application received with a tracked message: "-[<application class>
 // <selector>]", then the message's own lines about its arguments (those after the application),

@@ -18,8 +18,6 @@ class CMMotionManager {
 
     bool isAccelerometerAvailable() const { return accelerometer_.isAvailable(); }
     void setAccelerometerUpdateInterval(double seconds) { updateInterval_ = seconds; }
-    double accelerometerUpdateInterval() const { return updateInterval_; }
-    bool isAccelerometerActive() const { return runStart_.has_value(); }
 
     void startAccelerometerUpdates();
     void stopAccelerometerUpdates();

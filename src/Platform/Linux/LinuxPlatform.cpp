@@ -138,6 +138,15 @@ void LinuxPlatform::setMainBundleInfo(Dictionary info) {
     hostInfo_ = std::move(info);
 }
 
+ScreenshotFolderWatcher& LinuxPlatform::userScreenshots() {
+    std::lock_guard lock(screenshotFoldersMutex_);
+    if (!screenshotFolders_) {
+        screenshotFolders_ =
+            std::make_unique<ScreenshotFolderWatcher>(ScreenshotFolderWatcher::defaultFolders());
+    }
+    return *screenshotFolders_;
+}
+
 void LinuxPlatform::runMainLoop(double seconds, const std::function<bool()>& done) {
     runLoop_.adoptCurrentThread();
     double deadline = clock_.mediaTime() + seconds;

@@ -9,6 +9,7 @@
 #include "Platform/RunLoop.h"
 #include "Platform/ThreadPool.h"
 
+#include <memory>
 #include <mutex>
 #include <optional>
 
@@ -86,7 +87,7 @@ class LinuxPlatform : public Platform {
     SuppliedHostWindow& hostWindow() override { return hostWindow_; }
     SuppliedSoundPlayer& sounds() override { return sounds_; }
     IioAccelerometer& accelerometer() override { return accelerometer_; }
-    ScreenshotFolderWatcher& userScreenshots() override { return screenshotFolders_; }
+    ScreenshotFolderWatcher& userScreenshots() override;
     Bundle mainBundle() const override;
     Bundle frameworkBundle() const override;
     void setMainBundleInfo(Dictionary info) override;
@@ -98,7 +99,10 @@ class LinuxPlatform : public Platform {
         globalQueue_.reset();
         consoleCapture_.stop();
         device_.stopWatchingMemoryPressure();
-        screenshotFolders_.stop();
+        std::lock_guard lock(screenshotFoldersMutex_);
+        if (screenshotFolders_) {
+            screenshotFolders_->stop();
+        }
     }
 
   private:
@@ -119,7 +123,10 @@ class LinuxPlatform : public Platform {
     SuppliedHostWindow hostWindow_;
     SuppliedSoundPlayer sounds_;
     IioAccelerometer accelerometer_{IioAccelerometer::sysfsRootFromEnvironment()};
-    ScreenshotFolderWatcher screenshotFolders_{ScreenshotFolderWatcher::defaultFolders()};
+    // Made when first asked for: finding the folders reads the user's settings and a translation
+    // catalogue, which an app that never watches screenshots should not pay for at start.
+    std::mutex screenshotFoldersMutex_;
+    std::unique_ptr<ScreenshotFolderWatcher> screenshotFolders_;
     std::unique_ptr<TVKHttpTransport> httpTransport_ = makePlatformHttpTransport();
 };
 
